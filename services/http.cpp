@@ -1,0 +1,57 @@
+#include "services/http.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+namespace {
+
+constexpr char limitProperty[] = "bodyLimit";
+
+} // namespace
+
+namespace http {
+
+void limitBody(QNetworkReply* reply, qint64 maxBytes)
+{
+    QObject::connect(reply, &QNetworkReply::downloadProgress, reply,
+                     [reply, maxBytes](qint64 received, qint64 total) {
+                         if (received <= maxBytes && total <= maxBytes)
+                             return;
+                         reply->setProperty(limitProperty, maxBytes);
+                         reply->abort();
+                     });
+}
+
+QString errorText(const QNetworkReply* reply, qint64 bodySize)
+{
+    const QVariant limit = reply->property(limitProperty);
+    if (limit.isValid())
+        return QStringLiteral("The server sent more than %1 MB")
+            .arg(limit.toLongLong() / (1024 * 1024));
+    if (reply->error() != QNetworkReply::NoError)
+        return reply->errorString();
+    // Absent for a body without a length and for a compressed one.
+    bool announced = false;
+    const qint64 length =
+        reply->header(QNetworkRequest::ContentLengthHeader).toLongLong(&announced);
+    if (announced && length != bodySize)
+        return QStringLiteral("The server closed the connection early");
+    return {};
+}
+
+QString accountErrorText(const QNetworkReply* reply, const QByteArray& body)
+{
+    const QString error = QJsonDocument::fromJson(body).object()[u"error"].toString();
+    return error.isEmpty() ? reply->errorString() : error;
+}
+
+void setBearerToken(QNetworkRequest& request, const QString& token)
+{
+    request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::SameOriginRedirectPolicy);
+}
+
+} // namespace http

@@ -1,0 +1,6 @@
+#include "ui/banner_widget.h"
+
+BannerWidget::BannerWidget(QWidget* parent) : QWidget(parent)
+{
+    setFixedHeight(110);
+}

@@ -1,0 +1,99 @@
+#include "versions/version_manager.h"
+
+#include "app/settings.h"
+#include "services/runtime_manager.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+
+namespace {
+
+constexpr int startTimeoutMs = 5000;
+
+// The launcher's own runtime stands in for an unset java path only.
+QString javaProgram()
+{
+    const QString configured = Settings::get().javaPath();
+    const bool unset = configured.isEmpty() || configured == u"java";
+    return unset && RuntimeManager::isInstalled() ? RuntimeManager::javaExe() : configured;
+}
+
+// Textual on purpose, each argument by itself: "-x" goes to the JVM; "--x", and a value whatever
+// option it follows, go to the game.
+bool isJvmOption(const QString& arg)
+{
+    return arg.startsWith(u'-') && !arg.startsWith(u"--");
+}
+
+QStringList commandLine(const QString& jarPath, const QList<QString>& extraArgs)
+{
+    QStringList jvmOptions;
+    QStringList gameOptions;
+    for (const QString& arg : extraArgs)
+        (isJvmOption(arg) ? jvmOptions : gameOptions).append(arg);
+    return jvmOptions << QStringLiteral("-jar") << jarPath << gameOptions;
+}
+
+} // namespace
+
+bool VersionManager::launch(const QString& versionId, QString* error,
+                            const QList<QString>& extraArgs)
+{
+    const QString jar = jarPath(versionId);
+    if (!QFile::exists(jar)) {
+        if (error)
+            *error = QStringLiteral("Version not installed");
+        return false;
+    }
+    const QString program = javaProgram();
+    const QString workingDir = Settings::get().gameDir();
+    QDir().mkpath(workingDir);
+    const QStringList arguments = commandLine(jar, extraArgs);
+
+    auto* process = new QProcess(this);
+    process->setWorkingDirectory(workingDir);
+    process->setProcessChannelMode(QProcess::MergedChannels);
+    Q_EMIT gameLog(u"> " + program + u' ' + arguments.join(u' '));
+    Q_EMIT gameLog(u"  (working dir: " + workingDir + u')');
+
+    connect(process, &QProcess::readyReadStandardOutput, this,
+            [this, process] { logOutput(process); });
+    connect(process, &QProcess::errorOccurred, this, [this, process](QProcess::ProcessError code) {
+        // Every other error is followed by finished.
+        if (code != QProcess::FailedToStart)
+            return;
+        Q_EMIT gameLog(u"FAILED TO START: " + process->errorString() +
+                       u" — check the java path in Settings");
+        process->deleteLater();
+    });
+    connect(process, &QProcess::finished, this,
+            [this, process](int exitCode, QProcess::ExitStatus status) {
+                const bool crashed = status == QProcess::CrashExit;
+                Q_EMIT gameLog((crashed ? QStringLiteral("process CRASHED (code %1)")
+                                        : QStringLiteral("process exited (code %1)"))
+                                   .arg(exitCode));
+                Q_EMIT gameExited(exitCode);
+                process->deleteLater();
+            });
+
+    process->start(program, arguments, QIODevice::ReadWrite);
+    if (!process->waitForStarted(startTimeoutMs)) {
+        // Worded unlike the console's line, on purpose.
+        if (error)
+            *error = QStringLiteral("Failed to start java — check java path in settings");
+        process->deleteLater();
+        return false;
+    }
+    return true;
+}
+
+// Lines are not joined across reads: a line that arrives in two is logged as two.
+void VersionManager::logOutput(QProcess* process)
+{
+    for (const QByteArray& piece : process->readAllStandardOutput().split('\n')) {
+        const QString line = QString::fromLocal8Bit(piece).trimmed();
+        if (!line.isEmpty())
+            Q_EMIT gameLog(line);
+    }
+}

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "versions/game_version.h"
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QString>
+
+class QNetworkAccessManager;
+class QProcess;
+
+// The launcher's model of the game: fetches and caches the manifest, installs versions, launches
+// the game. Owned by the main window, lives as long as it; GUI thread only. Work runs
+// asynchronously and answers by signals; requests are neither queued, coalesced nor cancelled, and
+// have no time-outs.
+class VersionManager : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit VersionManager(QObject* parent = nullptr);
+
+    // In manifest order; replaced only by a document that parsed.
+    const QList<GameVersion>& versions() const { return m_versions; }
+    const QList<NewsItem>& news() const { return m_news; }
+
+    // Answers with manifestReady or manifestFailed.
+    void refreshManifest();
+    // Replaces both lists from one document; false, and nothing changed, when it is not a manifest.
+    bool parseManifest(const QByteArray& data);
+    QString manifestCachePath() const;
+
+    QString jarPath(const QString& versionId) const;
+    // Whether the jar file exists; its content is not checked.
+    bool isInstalled(const QString& versionId) const;
+    // Whether the jar is missing or differs from the manifest's digest. Reads the jar the first
+    // time and after it changed; otherwise answers from memory.
+    bool needsInstall(const GameVersion& v) const;
+    // 64 lower-case hexadecimal characters.
+    static QString sha256Hex(const QByteArray& data);
+    // Downloads, checks and writes the jar, also over an installed one. Answers with
+    // downloadProgress, then installFinished or installFailed.
+    void install(const GameVersion& v);
+
+    // Starts the installed version as a child process in the game directory. extraArgs are sorted
+    // into JVM and game options around "-jar". Blocks for at most 5 seconds. On failure sets
+    // *error (when given) to the text to show. The game's output and end arrive as gameLog and
+    // gameExited; the process is killed with the manager.
+    bool launch(const QString& versionId, QString* error, const QList<QString>& extraArgs);
+
+Q_SIGNALS:
+    // The lists were replaced, from the cache file when the download gave nothing usable.
+    void manifestReady(bool fromCache);
+    // Neither the download nor the cache gave a manifest: the network layer's text, or
+    // "Invalid manifest".
+    void manifestFailed(const QString& error);
+    // Bytes of a version download; total is -1 when the server sends no length.
+    void downloadProgress(qint64 received, qint64 total);
+    void installFinished(const QString& versionId);
+    // The network layer's text, "Checksum mismatch — download corrupted", or "Cannot write <path>".
+    void installFailed(const QString& error);
+    // One line for the game console.
+    void gameLog(const QString& line);
+    void gameExited(int exitCode);
+
+private:
+    // What tells one state of a file from another without reading it.
+    struct FileStamp
+    {
+        qint64 size = 0;
+        qint64 modifiedNs = 0;
+        qint64 changedNs = 0;
+        quint64 inode = 0;
+        quint64 device = 0;
+        bool operator==(const FileStamp&) const = default;
+    };
+    struct HashedFile
+    {
+        FileStamp stamp;
+        QString sha256;
+    };
+
+    void onManifestDownloaded(const QString& error, const QByteArray& data);
+    void storeManifest(const QByteArray& data) const;
+    void onJarDownloaded(const GameVersion& v, const QString& error, const QByteArray& body);
+    QString hashOfFile(const QString& path) const;
+    static bool stampOf(int fileDescriptor, FileStamp& stamp);
+    void logOutput(QProcess* process);
+
+    QNetworkAccessManager* m_network;
+    QList<GameVersion> m_versions;
+    QList<NewsItem> m_news;
+    mutable QHash<QString, HashedFile> m_hashedFiles; // by path
+};
