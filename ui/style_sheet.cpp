@@ -57,3 +57,12 @@ QScrollBar::add-line:horizontal, QScrollBar::sub-line:horizontal { width:0; }
 QToolTip { background:#111624; color:#cdd6e8; border:1px solid #2c3a5e; padding:4px 8px; }
 )");
 }
+
+QString windowStyleSheet()
+{
+    return QStringLiteral(R"(
+QPushButton:focus, QToolButton#navButton:focus, QListWidget:focus, QTextBrowser:focus, QPlainTextEdit:focus { border-color:#4ec9f5; }
+QPushButton#playButton:focus { border:2px solid #e8ecf4; padding:7px 32px; }
+QPushButton#loginButton, QPushButton#registerButton { padding:7px 8px; }
+)");
+}

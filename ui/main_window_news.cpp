@@ -1,0 +1,75 @@
+#include "ui/elided_label.h"
+#include "ui/main_window.h"
+#include "ui/pages.h"
+#include "versions/version_manager.h"
+
+#include <QListWidget>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QTextBrowser>
+#include <QVBoxLayout>
+
+void MainWindow::buildNewsPages()
+{
+    auto* listPage = new QWidget(this);
+    auto* listLayout = pages::makeLayout(listPage);
+    m_newsList = pages::makeList(QStringLiteral("newsList"), QStringLiteral("News"), listPage);
+    listLayout->addWidget(m_newsList);
+    connect(m_newsList, &QListWidget::itemClicked, this, &MainWindow::openNews);
+    m_pages->addWidget(listPage);
+
+    auto* readerPage = new QWidget(this);
+    auto* readerLayout = pages::makeLayout(readerPage);
+    auto* back = new QPushButton(QStringLiteral("← Back"), readerPage);
+    back->setObjectName(QStringLiteral("newsBackButton"));
+    back->setFixedWidth(90);
+    connect(back, &QPushButton::clicked, this,
+            [this] { m_pages->setCurrentIndex(pages::NewsList); });
+    readerLayout->addWidget(back, 0, Qt::AlignLeft);
+
+    m_newsTitle = new ElidedLabel(readerPage);
+    m_newsTitle->setObjectName(QStringLiteral("newsTitle"));
+    pages::makeHeader(m_newsTitle, 16);
+    readerLayout->addWidget(m_newsTitle);
+    m_newsDate = new ElidedLabel(readerPage);
+    m_newsDate->setObjectName(QStringLiteral("status"));
+    readerLayout->addWidget(m_newsDate);
+
+    m_newsBody = new QTextBrowser(readerPage);
+    m_newsBody->setObjectName(QStringLiteral("newsBody"));
+    m_newsBody->setAccessibleName(QStringLiteral("Article"));
+    readerLayout->addWidget(m_newsBody, 1);
+    m_pages->addWidget(readerPage);
+}
+
+void MainWindow::populateNews()
+{
+    m_newsList->clear();
+    if (m_versions->news().isEmpty()) {
+        auto* placeholder = new QListWidgetItem(
+            QStringLiteral("No news yet - check back after the next release."), m_newsList);
+        placeholder->setFlags(Qt::NoItemFlags);
+        return;
+    }
+    for (const NewsItem& news : m_versions->news()) {
+        QString text = news.title;
+        if (!news.date.isEmpty())
+            text += u"   -   " + news.date;
+        auto* item = new QListWidgetItem(text, m_newsList);
+        item->setToolTip(QStringLiteral("Click to read"));
+    }
+}
+
+// By row in the present manifest: populateNews keeps rows and manifest in step.
+void MainWindow::openNews(const QListWidgetItem* item)
+{
+    const int row = m_newsList->row(item);
+    if (row < 0 || row >= m_versions->news().size())
+        return;
+    const NewsItem& news = m_versions->news().at(row);
+    m_newsTitle->showText(news.title);
+    m_newsDate->showText(news.date);
+    m_newsDate->setVisible(!news.date.isEmpty());
+    m_newsBody->setPlainText(news.body);
+    m_pages->setCurrentIndex(pages::NewsReader);
+}

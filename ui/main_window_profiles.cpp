@@ -1,0 +1,166 @@
+#include "profiles/profile_manager.h"
+#include "ui/main_window.h"
+#include "ui/pages.h"
+#include "versions/version_manager.h"
+
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QVBoxLayout>
+
+void MainWindow::buildLaunchSelector(QWidget* bar)
+{
+    m_launchSelector = new QComboBox(bar);
+    m_launchSelector->setObjectName(QStringLiteral("launchSelector"));
+    m_launchSelector->setAccessibleName(QStringLiteral("Profile or version to play"));
+    // A name of any length must not widen the window.
+    m_launchSelector->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    m_launchSelector->setMinimumContentsLength(20);
+    m_launchSelector->setMinimumWidth(200);
+    connect(m_launchSelector, &QComboBox::currentIndexChanged, this,
+            &MainWindow::onSelectionChanged);
+}
+
+// Records bare versions as well as profiles, and is never blocked: see populateProfiles.
+void MainWindow::onSelectionChanged(int index)
+{
+    const QString entry = m_launchSelector->itemData(index).toString();
+    if (!entry.isEmpty())
+        ProfileManager::get().setActiveProfile(entry);
+}
+
+void MainWindow::buildProfilePages()
+{
+    buildProfileListPage();
+    buildProfileEditorPage();
+}
+
+void MainWindow::buildProfileListPage()
+{
+    auto* page = new QWidget(this);
+    auto* layout = pages::makeLayout(page);
+    const auto addButton = [page](QHBoxLayout* row, const QString& text, const QString& name) {
+        auto* button = new QPushButton(text, page);
+        button->setObjectName(name);
+        row->addWidget(button);
+        return button;
+    };
+
+    auto* headerRow = new QHBoxLayout;
+    layout->addLayout(headerRow);
+    auto* header = new QLabel(QStringLiteral("Profiles"), page);
+    header->setObjectName(QStringLiteral("profilesHeader"));
+    pages::makeHeader(header, 14);
+    headerRow->addWidget(header);
+    headerRow->addStretch();
+    auto* create =
+        addButton(headerRow, QStringLiteral("New Profile"), QStringLiteral("newProfileButton"));
+    connect(create, &QPushButton::clicked, this, [this] { showProfileEditor(nullptr); });
+
+    m_profileList =
+        pages::makeList(QStringLiteral("profileList"), QStringLiteral("Launch profiles"), page);
+    layout->addWidget(m_profileList, 1);
+    connect(m_profileList, &QListWidget::itemDoubleClicked, this, &MainWindow::editProfile);
+
+    auto* row = new QHBoxLayout;
+    layout->addLayout(row);
+    auto* edit = addButton(row, QStringLiteral("Edit"), QStringLiteral("editProfileButton"));
+    connect(edit, &QPushButton::clicked, this,
+            [this] { editProfile(m_profileList->currentItem()); });
+    auto* play = addButton(row, QStringLiteral("Play"), QStringLiteral("playProfileButton"));
+    connect(play, &QPushButton::clicked, this, &MainWindow::playCurrentProfile);
+    auto* remove = addButton(row, QStringLiteral("Delete"), QStringLiteral("deleteProfileButton"));
+    connect(remove, &QPushButton::clicked, this, &MainWindow::deleteCurrentProfile);
+    row->addStretch();
+    auto* back = addButton(row, QStringLiteral("← Back"), QStringLiteral("profilesBackButton"));
+    back->setFixedWidth(90);
+    // The news list is home, wherever the player came from.
+    connect(back, &QPushButton::clicked, this,
+            [this] { m_pages->setCurrentIndex(pages::NewsList); });
+
+    auto* hint = new QLabel(
+        QStringLiteral("A profile picks the version to play and how to launch it (memory, JVM "
+                       "flags). Double-click to edit. Session arguments (username/token) are "
+                       "managed by the launcher and cannot be overridden."),
+        page);
+    hint->setObjectName(QStringLiteral("status"));
+    hint->setWordWrap(true);
+    layout->addWidget(hint);
+    m_pages->addWidget(page);
+}
+
+void MainWindow::showProfilesPage()
+{
+    populateProfiles();
+    m_pages->setCurrentIndex(pages::ProfileList);
+}
+
+void MainWindow::editProfile(const QListWidgetItem* item)
+{
+    if (item)
+        showProfileEditor(ProfileManager::get().find(item->data(Qt::UserRole).toString()));
+}
+
+void MainWindow::playCurrentProfile()
+{
+    const QListWidgetItem* item = m_profileList->currentItem();
+    if (!item)
+        return;
+    ProfileManager::get().setActiveProfile(item->data(Qt::UserRole).toString());
+    populateProfiles();
+    onPlayClicked();
+}
+
+void MainWindow::deleteCurrentProfile()
+{
+    const QListWidgetItem* item = m_profileList->currentItem();
+    if (!item)
+        return;
+    ProfileManager::get().remove(item->data(Qt::UserRole).toString());
+    populateProfiles();
+}
+
+QString MainWindow::versionText(const GameVersion& version) const
+{
+    if (!m_versions->isInstalled(version.id))
+        return version.id;
+    return version.id +
+           (m_versions->needsInstall(version) ? u"  (update available)" : u"  (installed)");
+}
+
+// The selector's change handler stays connected. Inserting the first entry makes it current, so the
+// handler records it as active before the active profile is read back below: every refill ends with
+// the first entry selected and active. That order is intended.
+void MainWindow::populateProfiles()
+{
+    ProfileManager& manager = ProfileManager::get();
+    m_launchSelector->clear();
+    for (const LaunchProfile& p : manager.profiles())
+        m_launchSelector->addItem(p.name + u"  (" + p.version + u')', p.name);
+    if (m_launchSelector->count() > 0)
+        m_launchSelector->insertSeparator(m_launchSelector->count());
+    for (const GameVersion& version : m_versions->versions())
+        m_launchSelector->addItem(versionText(version), QString(pages::versionPrefix + version.id));
+
+    const QString active = manager.activeProfile();
+    if (!active.isEmpty()) {
+        const int index = m_launchSelector->findData(active);
+        if (index >= 0)
+            m_launchSelector->setCurrentIndex(index);
+    } else if (m_launchSelector->count() > 0) {
+        m_launchSelector->setCurrentIndex(0);
+    }
+    m_playButton->setEnabled(m_launchSelector->count() > 0);
+
+    m_profileList->clear();
+    for (const LaunchProfile& p : manager.profiles()) {
+        QString text = p.name + u"  -  " + p.version + u"  Xmx " + QString::number(p.xmx) + u" MB";
+        if (!p.extraJvmArgs.isEmpty())
+            text += u"  " + p.extraJvmArgs;
+        auto* item = new QListWidgetItem(text, m_profileList);
+        item->setData(Qt::UserRole, p.name);
+    }
+}
