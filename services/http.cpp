@@ -8,6 +8,7 @@
 namespace {
 
 constexpr char limitProperty[] = "bodyLimit";
+constexpr int partialContent = 206; // nobody here asks for a range
 
 } // namespace
 
@@ -15,13 +16,15 @@ namespace http {
 
 void limitBody(QNetworkReply* reply, qint64 maxBytes)
 {
-    QObject::connect(reply, &QNetworkReply::downloadProgress, reply,
-                     [reply, maxBytes](qint64 received, qint64 total) {
-                         if (received <= maxBytes && total <= maxBytes)
-                             return;
-                         reply->setProperty(limitProperty, maxBytes);
-                         reply->abort();
-                     });
+    const auto check = [reply, maxBytes] {
+        const qint64 announced = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+        if (announced <= maxBytes && reply->bytesAvailable() <= maxBytes)
+            return;
+        reply->setProperty(limitProperty, maxBytes);
+        reply->abort();
+    };
+    QObject::connect(reply, &QNetworkReply::metaDataChanged, reply, check);
+    QObject::connect(reply, &QNetworkReply::readyRead, reply, check);
 }
 
 QString errorText(const QNetworkReply* reply, qint64 bodySize)
@@ -32,6 +35,8 @@ QString errorText(const QNetworkReply* reply, qint64 bodySize)
             .arg(limit.toLongLong() / (1024 * 1024));
     if (reply->error() != QNetworkReply::NoError)
         return reply->errorString();
+    if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == partialContent)
+        return QStringLiteral("The server sent only a part of the file");
     // Absent for a body without a length and for a compressed one.
     bool announced = false;
     const qint64 length =
