@@ -1,13 +1,17 @@
 #include "app/deployment.h"
+#include "preview/open_gl.h"
 #include "ui/main_window.h"
 #include "ui/style_sheet.h"
 
 #include <QApplication>
 #include <QIcon>
 #include <QStyleFactory>
+#include <QSurfaceFormat>
 
 int main(int argc, char* argv[])
 {
+    // Before the application object: the contexts that it shares take their format from here.
+    QSurfaceFormat::setDefaultFormat(open_gl::format());
     QApplication application(argc, argv);
     // These two name the per-user data directory; the settings file has names of its own.
     QCoreApplication::setApplicationName(QStringLiteral("Tessellan Launcher"));

@@ -1,8 +1,11 @@
 #include "preview/open_gl.h"
 
+#include <QGuiApplication>
 #include <QOffscreenSurface>
 #include <QOpenGLContext>
 #include <QSurfaceFormat>
+
+#include <utility>
 
 namespace open_gl {
 
@@ -17,6 +20,9 @@ QSurfaceFormat format()
 
 bool isUsable()
 {
+    // Beside an X server it gives contexts, but no windows that contain OpenGL.
+    if (QGuiApplication::platformName() == u"offscreen")
+        return false;
     QOffscreenSurface surface;
     surface.setFormat(format());
     surface.create();

@@ -1,3 +1,220 @@
 #include "ui/profile_page.h"
 
-ProfilePage::ProfilePage(AuthClient* auth, QWidget* parent) : QWidget(parent), m_auth(auth) {}
+#include "app/settings.h"
+#include "preview/open_gl.h"
+#include "preview/skin_preview_3d.h"
+#include "services/auth_client.h"
+
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QNetworkAccessManager>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QVBoxLayout>
+
+namespace {
+
+// Plain text and as narrow as need be: what it shows may come from a server.
+QLabel* hintLabel(const QString& text, QWidget* parent)
+{
+    auto* label = new QLabel(text, parent);
+    label->setTextFormat(Qt::PlainText);
+    label->setWordWrap(true);
+    label->setMinimumWidth(1);
+    label->setStyleSheet(
+        QStringLiteral("color:#8b96ad; font-size:12px; border:none; background:transparent;"));
+    return label;
+}
+
+QFrame* makeCard(const QString& title, QVBoxLayout** bodyLayout, QWidget* parent)
+{
+    auto* card = new QFrame(parent);
+    card->setObjectName(QStringLiteral("card"));
+    card->setStyleSheet(QStringLiteral("QFrame#card { background:#111624; border:1px solid "
+                                       "#2c3a5e; border-radius:10px; }"));
+    auto* layout = new QVBoxLayout(card);
+    layout->setContentsMargins(16, 12, 16, 16);
+    auto* heading = new QLabel(title, card);
+    heading->setStyleSheet(QStringLiteral("font-size:15px; font-weight:600; color:#e8ecf4; "
+                                          "border:none; background:transparent;"));
+    layout->addWidget(heading);
+    *bodyLayout = new QVBoxLayout;
+    (*bodyLayout)->setSpacing(8);
+    layout->addLayout(*bodyLayout);
+    return card;
+}
+
+// The page scrolls rather than makes the window grow.
+QWidget* makeScrolledContent(QWidget* page)
+{
+    auto* outer = new QVBoxLayout(page);
+    outer->setContentsMargins(0, 0, 0, 0);
+    auto* area = new QScrollArea(page);
+    area->setFrameShape(QFrame::NoFrame);
+    area->setWidgetResizable(true);
+    area->setFocusPolicy(Qt::NoFocus); // the fields inside take it, and are scrolled to
+    auto* content = new QWidget;
+    area->setWidget(content);
+    outer->addWidget(area);
+    return content;
+}
+
+} // namespace
+
+ProfilePage::ProfilePage(AuthClient* auth, QWidget* parent)
+    : QWidget(parent)
+    , m_auth(auth)
+    , m_network(new QNetworkAccessManager(this))
+    , m_uuid(Settings::get().authUuid())
+    , m_token(Settings::get().authToken())
+{
+    buildUi();
+    if (!m_token.isEmpty())
+        takeSession(Settings::get().authUsername(), m_uuid, m_token);
+    connect(m_auth, &AuthClient::loginSucceeded, this, &ProfilePage::takeSession);
+    connect(m_auth, &AuthClient::loggedOut, this, [this] {
+        forgetSession();
+        for (QLabel* label : {m_renameStatus, m_skinStatus, m_modelStatus})
+            label->clear();
+        m_username->clear();
+    });
+    connect(m_auth, &AuthClient::validationResult, this, [this](bool valid) {
+        if (!valid)
+            forgetSession();
+    });
+}
+
+// Widgets are made in the order of the Tab key.
+void ProfilePage::buildUi()
+{
+    QWidget* content = makeScrolledContent(this);
+    auto* page = new QVBoxLayout(content);
+    page->setContentsMargins(24, 20, 24, 20);
+    buildHeader(page);
+    buildAccountCard(page);
+    buildAppearanceCard(page);
+    page->addStretch();
+}
+
+void ProfilePage::buildHeader(QVBoxLayout* page)
+{
+    QWidget* content = page->parentWidget();
+    auto* row = new QHBoxLayout;
+    auto* title = new QLabel(QStringLiteral("Profile"), content);
+    title->setStyleSheet(QStringLiteral("font-size:20px; font-weight:700;"));
+    auto* refresh = new QPushButton(QStringLiteral("Refresh"), content);
+    refresh->setToolTip(QStringLiteral("Re-check what the auth server has for this account"));
+    connect(refresh, &QPushButton::clicked, this, &ProfilePage::refreshAppearance);
+    row->addWidget(title);
+    row->addStretch();
+    row->addWidget(refresh);
+    page->addLayout(row);
+}
+
+void ProfilePage::buildAccountCard(QVBoxLayout* page)
+{
+    QVBoxLayout* body = nullptr;
+    QFrame* card = makeCard(QStringLiteral("Account"), &body, page->parentWidget());
+    auto* row = new QHBoxLayout;
+    auto* label = new QLabel(QStringLiteral("Username"), card);
+    label->setStyleSheet(QStringLiteral("border:none; background:transparent;"));
+    m_username = new QLineEdit(card);
+    m_username->setObjectName(QStringLiteral("accountName"));
+    m_username->setFixedWidth(180);
+    label->setBuddy(m_username);
+    auto* change = new QPushButton(QStringLiteral("Change"), card);
+    change->setFixedWidth(90);
+    connect(change, &QPushButton::clicked, this, &ProfilePage::onRenameClicked);
+    row->addWidget(label);
+    row->addWidget(m_username);
+    row->addWidget(change);
+    row->addStretch();
+    body->addLayout(row);
+
+    m_renameStatus = hintLabel(QString(), card);
+    m_renameStatus->setObjectName(QStringLiteral("renameStatus"));
+    body->addWidget(m_renameStatus);
+    m_uuidLabel = hintLabel(QString(), card);
+    m_uuidLabel->setObjectName(QStringLiteral("uuid"));
+    m_uuidLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    body->addWidget(m_uuidLabel);
+    body->addWidget(hintLabel(
+        QStringLiteral("Your uuid is permanent - skins and models stay with it across renames."),
+        card));
+    page->addWidget(card);
+}
+
+void ProfilePage::buildAppearanceCard(QVBoxLayout* page)
+{
+    QVBoxLayout* body = nullptr;
+    QFrame* card = makeCard(QStringLiteral("Appearance"), &body, page->parentWidget());
+    auto* row = new QHBoxLayout;
+    row->setSpacing(16);
+    row->addWidget(buildPreview(card));
+    auto* column = new QVBoxLayout;
+    column->setSpacing(8);
+    row->addLayout(column);
+    body->addLayout(row);
+
+    const auto addButton = [&](const QString& text, void (ProfilePage::*slot)()) {
+        auto* button = new QPushButton(text, card);
+        connect(button, &QPushButton::clicked, this, slot);
+        column->addWidget(button);
+    };
+    const auto addStatus = [&](const QString& name) {
+        QLabel* status = hintLabel(QString(), card);
+        status->setObjectName(name);
+        column->addWidget(status);
+        return status;
+    };
+    if (m_preview)
+        column->addWidget(hintLabel(QStringLiteral("Drag to rotate, scroll to zoom."), card));
+    addButton(QStringLiteral("Change skin..."), &ProfilePage::onUploadSkin);
+    m_skinStatus = addStatus(QStringLiteral("skinStatus"));
+    addButton(QStringLiteral("Change model..."), &ProfilePage::onUploadModel);
+    m_modelStatus = addStatus(QStringLiteral("modelStatus"));
+    column->addWidget(hintLabel(
+        QStringLiteral("Skin: 64x64 or 128x128 PNG (standard MC skins work). Model: BlockBench "
+                       ".bbmodel with box UV; groups named head, arm_l, arm_r, leg_l, leg_r "
+                       "animate."),
+        card));
+    column->addStretch();
+    page->addWidget(card);
+}
+
+QWidget* ProfilePage::buildPreview(QWidget* parent)
+{
+    if (open_gl::isUsable()) {
+        m_preview = new SkinPreview3D(parent);
+        m_preview->setAccessibleName(QStringLiteral("Character preview"));
+        m_preview->setModel({}); // the default figure stands before any reply
+        return m_preview;
+    }
+    auto* panel = new QFrame(parent);
+    panel->setMinimumSize(280, 320);
+    auto* layout = new QVBoxLayout(panel);
+    QLabel* hint = hintLabel(QStringLiteral("3D preview needs OpenGL 3.3."), panel);
+    hint->setAlignment(Qt::AlignCenter);
+    layout->addWidget(hint);
+    return panel;
+}
+
+void ProfilePage::takeSession(const QString& username, const QString& uuid, const QString& token)
+{
+    m_uuid = uuid;
+    m_token = token;
+    m_username->setText(username);
+    m_uuidLabel->setText(QStringLiteral("UUID: ") + uuid);
+    ++m_appearanceRound;
+    refreshAppearance();
+}
+
+void ProfilePage::forgetSession()
+{
+    m_uuid.clear();
+    m_token.clear();
+    m_uuidLabel->clear();
+    ++m_appearanceRound;
+}
