@@ -1,0 +1,153 @@
+#include "backend/catalogue.h"
+
+#include "backend/database.h"
+#include "backend/digest.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMutexLocker>
+#include <QRegularExpression>
+
+using namespace Qt::StringLiterals;
+
+Catalogue::Catalogue(Database& database, QString fileOrigin)
+    : m_database(database), m_fileOrigin(std::move(fileOrigin))
+{
+}
+
+std::optional<Refusal> Catalogue::faultOfVersionId(const QString& id)
+{
+    // The launcher makes a directory and a file name of it.
+    static const QRegularExpression allowed(u"^[A-Za-z0-9][A-Za-z0-9._+-]{0,63}\\z"_s);
+    if (allowed.match(id).hasMatch())
+        return {};
+    return Refusal{400, u"A version id has 1 to 64 letters, digits, '.', '_', '+' or '-', and "
+                        "begins with a letter or a digit."_s};
+}
+
+Outcome<Done> Catalogue::addVersion(const QString& id, const QString& released,
+                                    const StoredFile& jar)
+{
+    if (const auto fault = faultOfVersionId(id))
+        return *fault;
+    Transaction transaction(m_database);
+    note(jar);
+    // A version published again keeps its place in the list.
+    m_database.run(u"INSERT INTO versions (id, file, released, position)"
+                   " SELECT ?, ?, ?, COALESCE(MAX(position), 0) + 1 FROM versions WHERE true"
+                   " ON CONFLICT (id) DO UPDATE SET file = excluded.file,"
+                   " released = excluded.released"_s,
+                   {id, QString::fromLatin1(jar.sha256), released});
+    raiseRevision();
+    transaction.commit();
+    return Done();
+}
+
+Outcome<Done> Catalogue::addNews(const QString& title, const QString& date, const QString& body)
+{
+    if (title.trimmed().isEmpty())
+        return Refusal{400, u"News need a title."_s};
+    Transaction transaction(m_database);
+    m_database.run(u"INSERT INTO news (position, title, date, body)"
+                   " SELECT COALESCE(MAX(position), 0) + 1, ?, ?, ? FROM news"_s,
+                   {title, date, body});
+    raiseRevision();
+    transaction.commit();
+    return Done();
+}
+
+Outcome<Done> Catalogue::setLauncher(const LauncherBuild& build, const StoredFile& file)
+{
+    Transaction transaction(m_database);
+    note(file);
+    m_database.run(u"INSERT INTO launchers (platform, version, file) VALUES (?, ?, ?)"
+                   " ON CONFLICT (platform) DO UPDATE SET version = excluded.version,"
+                   " file = excluded.file"_s,
+                   {build.platform, build.version, QString::fromLatin1(file.sha256)});
+    raiseRevision();
+    transaction.commit();
+    return Done();
+}
+
+Outcome<Done> Catalogue::setRuntime(const StoredFile& archive)
+{
+    Transaction transaction(m_database);
+    note(archive);
+    m_database.run(u"INSERT INTO runtimes (platform, file) VALUES ('linux/x64', ?)"
+                   " ON CONFLICT (platform) DO UPDATE SET file = excluded.file"_s,
+                   {QString::fromLatin1(archive.sha256)});
+    transaction.commit();
+    return Done();
+}
+
+std::optional<QByteArray> Catalogue::runtime()
+{
+    const QVariant file =
+        m_database.value(u"SELECT file FROM runtimes WHERE platform = 'linux/x64'"_s);
+    if (!file.isValid())
+        return {};
+    return file.toByteArray();
+}
+
+Catalogue::Manifest Catalogue::manifest()
+{
+    const qint64 revision = m_database.value(u"SELECT revision FROM catalogue"_s).toLongLong();
+    const QMutexLocker lock(&m_mutex);
+    if (revision != m_revision) {
+        m_manifest.json = build();
+        m_manifest.etag = '"' + Digest::of(m_manifest.json).left(32) + '"';
+        m_revision = revision;
+    }
+    return m_manifest;
+}
+
+QByteArray Catalogue::build()
+{
+    QJsonArray versions;
+    QSqlQuery row =
+        m_database.run(u"SELECT id, file, released FROM versions ORDER BY position DESC"_s);
+    while (row.next()) {
+        versions.append(QJsonObject{{u"id"_s, row.value(0).toString()},
+                                    {u"url"_s, urlOf(row.value(1))},
+                                    {u"sha256"_s, row.value(1).toString()},
+                                    {u"released"_s, row.value(2).toString()}});
+    }
+    QJsonArray news;
+    row = m_database.run(u"SELECT title, date, body FROM news ORDER BY position DESC"_s);
+    while (row.next()) {
+        news.append(QJsonObject{{u"title"_s, row.value(0).toString()},
+                                {u"date"_s, row.value(1).toString()},
+                                {u"body"_s, row.value(2).toString()}});
+    }
+    QJsonObject manifest{{u"versions"_s, versions}, {u"news"_s, news}};
+    row = m_database.run(u"SELECT platform, version, file FROM launchers"_s);
+    while (row.next()) {
+        const QString platform = row.value(0).toString();
+        QJsonObject build{{u"url"_s, urlOf(row.value(2))}, {u"sha256"_s, row.value(2).toString()}};
+        if (platform != "archive"_L1)
+            build.insert(u"version"_s, row.value(1).toString());
+        manifest.insert(platform == "generic"_L1 ? u"launcher"_s
+                        : platform == "linux"_L1 ? u"launcherLinux"_s
+                                                 : u"launcherArchive"_s,
+                        build);
+    }
+    return QJsonDocument(manifest).toJson(QJsonDocument::Compact);
+}
+
+QString Catalogue::urlOf(const QVariant& sha256) const
+{
+    return m_fileOrigin + Store::addressOf(sha256.toByteArray());
+}
+
+void Catalogue::note(const StoredFile& file)
+{
+    m_database.run(u"INSERT INTO files (sha256, size) VALUES (?, ?)"
+                   " ON CONFLICT (sha256) DO NOTHING"_s,
+                   {QString::fromLatin1(file.sha256), file.size});
+}
+
+void Catalogue::raiseRevision()
+{
+    m_database.run(u"UPDATE catalogue SET revision = revision + 1"_s);
+}

@@ -1,0 +1,85 @@
+#include "backend/catalogue_api.h"
+
+#include "backend/catalogue.h"
+#include "backend/digest.h"
+#include "backend/router.h"
+
+#include <QFile>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+Reply noSuchFile()
+{
+    return reply::refused({404, u"There is no such file."_s});
+}
+
+Reply fileReply(const Call& call, const Store& store, const QByteArray& sha256, const Reply& how)
+{
+    const QString path = store.pathOf(sha256);
+    if (!QFile::exists(path))
+        return noSuchFile();
+    const QByteArray etag = '"' + sha256 + '"';
+    Reply reply = how;
+    reply.headers.emplaceBack("ETag", etag);
+    if (reply::matches(call.ifNoneMatch, etag))
+        reply.status = 304;
+    else
+        reply.file = path;
+    return reply;
+}
+
+// "ab/ab12...": the store's own layout, so that any static server can stand in.
+Reply storedFile(const Call& call, const Store& store, const QByteArray& parameter)
+{
+    const QByteArray sha256 = parameter.mid(3);
+    if (!Digest::isDigest(sha256) || parameter.left(3) != sha256.left(2) + '/')
+        return noSuchFile();
+    return fileReply(call, store, sha256,
+                     {.contentType = "application/octet-stream",
+                      .headers = {{"Cache-Control", "public, max-age=31536000, immutable"}}});
+}
+
+Reply runtime(const Call& call, Catalogue& catalogue, const Store& store,
+              const QString& filesOrigin)
+{
+    const auto sha256 = catalogue.runtime();
+    if (!sha256)
+        return reply::refused({404, u"No Java runtime is published here."_s});
+    if (!filesOrigin.isEmpty()) {
+        const QString target = filesOrigin + Store::addressOf(*sha256);
+        return {.status = 302,
+                .headers = {{"Location", target.toUtf8()}, {"Cache-Control", "no-cache"}}};
+    }
+    return fileReply(
+        call, store, *sha256,
+        {.contentType = "application/zip", .headers = {{"Cache-Control", "no-cache"}}});
+}
+
+} // namespace
+
+namespace catalogue_api {
+
+void addRoutes(Router& router, Catalogue& catalogue, const Store& store, const QString& filesOrigin)
+{
+    router.add({.method = "GET",
+                .pattern = "/manifest.json",
+                .handler = [&catalogue](const Call& call, const QByteArray&) {
+                    const auto manifest = catalogue.manifest();
+                    return reply::tagged(call, "application/json", manifest.json, manifest.etag,
+                                         "no-cache");
+                }});
+    router.add({.method = "GET",
+                .pattern = "/files/*",
+                .handler = [&store](const Call& call, const QByteArray& parameter) {
+                    return storedFile(call, store, parameter);
+                }});
+    router.add({.method = "GET",
+                .pattern = "/v3/binary/latest/11/ga/linux/x64/jre/hotspot/normal/eclipse",
+                .handler = [&catalogue, &store, filesOrigin](const Call& call, const QByteArray&) {
+                    return runtime(call, catalogue, store, filesOrigin);
+                }});
+}
+
+} // namespace catalogue_api

@@ -1,0 +1,96 @@
+#include "backend/command.h"
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+void writeLine(std::FILE* stream, const QString& text)
+{
+    std::fputs(QString(text + u'\n').toUtf8().constData(), stream);
+    std::fflush(stream);
+}
+
+} // namespace
+
+namespace command {
+
+void print(const QString& text)
+{
+    writeLine(stdout, text);
+}
+
+int fail(const QString& text)
+{
+    writeLine(stderr, QString(u"error: "_s + text));
+    return Failed;
+}
+
+int fail(const Refusal& refusal)
+{
+    for (const QString& reason : refusal.reasons)
+        writeLine(stderr, QString(u"  - "_s + reason));
+    return fail(refusal.error);
+}
+
+int wrongUsage(const QString& text, const QString& name)
+{
+    fail(text);
+    writeLine(stderr, u"Try \"tessellan-backend %1--help\"."_s.arg(
+                          name.isEmpty() ? QString() : QString(name + u' ')));
+    return WrongUsage;
+}
+
+Options::Options(QString name, const QString& description) : m_name(std::move(name))
+{
+    m_parser.setApplicationDescription(description);
+    m_parser.addOption({u"help"_s, u"Show this text."_s});
+    m_parser.addOption({u"data"_s, u"The data directory; created when missing."_s, u"DIR"_s});
+}
+
+void Options::add(const QString& option, const QString& description, const QString& valueName,
+                  const QString& defaultValue)
+{
+    m_parser.addOption({option, description, valueName, defaultValue});
+}
+
+void Options::require(const QString& option, const QString& description, const QString& valueName)
+{
+    add(option, description, valueName);
+    m_required.append(option);
+}
+
+void Options::addWord(const QString& word, const QString& description)
+{
+    m_parser.addPositionalArgument(word, description);
+    m_takesWord = true;
+}
+
+std::optional<int> Options::parse(const QStringList& words)
+{
+    const bool parsed = m_parser.parse(QStringList(u"tessellan-backend "_s + m_name) + words);
+    if (m_parser.isSet(u"help"_s)) {
+        // Qt's first line names the executable's path instead of the command.
+        const QString word = m_takesWord ? u" FILE"_s : QString();
+        print(u"Usage: tessellan-backend %1 [options]%2\n%3"_s.arg(
+            m_name, word, m_parser.helpText().section(u'\n', 1).trimmed()));
+        return Success;
+    }
+    if (!parsed)
+        return wrongUsage(m_parser.errorText(), m_name);
+    for (const QString& option : std::as_const(m_required)) {
+        if (m_parser.value(option).isEmpty())
+            return wrongUsage(u"--%1 is missing."_s.arg(option), m_name);
+    }
+    const qsizetype given = m_parser.positionalArguments().size();
+    if (given < (m_takesWord ? 1 : 0))
+        return wrongUsage(u"Something is missing at the end of the command."_s, m_name);
+    if (given > (m_takesWord ? 1 : 0))
+        return wrongUsage(
+            u"\"%1\" is one word too many."_s.arg(m_parser.positionalArguments().constLast()),
+            m_name);
+    return {};
+}
+
+} // namespace command

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QStringList>
+
+// The commands of tessellan-backend. Each gets the words after its name.
+namespace commands {
+
+// The whole command line, without the program's name.
+int run(const QStringList& words);
+
+int serve(const QStringList& words);
+int publish(const QStringList& words);
+
+} // namespace commands

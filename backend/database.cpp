@@ -1,0 +1,170 @@
+#include "backend/database.h"
+
+#include "backend/outcome.h"
+#include "backend/schema.h"
+
+#include <QSqlError>
+#include <QThread>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Closes the connections of a thread when it ends; Qt wants that done by the thread itself.
+class ThreadConnections
+{
+public:
+    ~ThreadConnections()
+    {
+        for (const QString& name : std::as_const(m_names))
+            QSqlDatabase::removeDatabase(name);
+    }
+    ThreadConnections() = default;
+    Q_DISABLE_COPY_MOVE(ThreadConnections)
+
+    void add(const QString& name) { m_names.append(name); }
+    void close(const QString& name)
+    {
+        if (m_names.removeOne(name))
+            QSqlDatabase::removeDatabase(name);
+    }
+
+private:
+    QStringList m_names;
+};
+
+thread_local ThreadConnections threadConnections;
+
+QString connectionName(const Database* database)
+{
+    return u"%1 %2"_s.arg(quintptr(database), 0, 16)
+        .arg(quintptr(QThread::currentThreadId()), 0, 16);
+}
+
+Fault faultOf(const QSqlError& error)
+{
+    return Fault(u"database: "_s + error.text().simplified());
+}
+
+} // namespace
+
+Database::Database(QString location)
+    : m_location(std::move(location)), m_postgres(m_location.startsWith("postgresql://"_L1))
+{
+}
+
+Database::~Database()
+{
+    threadConnections.close(connectionName(this));
+}
+
+QSqlDatabase Database::connection()
+{
+    const QString name = connectionName(this);
+    QSqlDatabase connection = QSqlDatabase::database(name, false);
+    if (!connection.isValid()) {
+        connection = QSqlDatabase::addDatabase(m_postgres ? u"QPSQL"_s : u"QSQLITE"_s, name);
+        threadConnections.add(name);
+    }
+    if (!connection.isOpen())
+        open(connection);
+    return connection;
+}
+
+void Database::open(QSqlDatabase& connection) const
+{
+    if (m_postgres) {
+        const QUrl url(m_location);
+        connection.setHostName(url.host());
+        connection.setPort(url.port(5432));
+        connection.setDatabaseName(url.path().mid(1));
+        connection.setUserName(url.userName(QUrl::FullyDecoded));
+        connection.setPassword(url.password(QUrl::FullyDecoded));
+    } else {
+        connection.setDatabaseName(m_location);
+    }
+    if (!connection.open())
+        throw faultOf(connection.lastError());
+    if (m_postgres)
+        return;
+    // FULL, because an answered registration must survive a power cut, not only a crash.
+    for (const auto* pragma : {"busy_timeout = 10000", "journal_mode = WAL", "synchronous = FULL",
+                               "foreign_keys = ON"}) {
+        QSqlQuery query(connection);
+        if (!query.exec(u"PRAGMA "_s + QString::fromLatin1(pragma)))
+            throw faultOf(query.lastError());
+    }
+}
+
+QSqlQuery Database::run(const QString& sql, const QVariantList& values)
+{
+    QSqlQuery query(connection());
+    query.setForwardOnly(true);
+    if (!query.prepare(sql))
+        throw faultOf(query.lastError());
+    // A text that was never set is stored as the empty text, not as NULL.
+    for (const QVariant& value : values) {
+        const bool unset = value.typeId() == QMetaType::QString && value.toString().isNull();
+        query.addBindValue(unset ? QVariant(u""_s) : value);
+    }
+    if (!query.exec())
+        throw faultOf(query.lastError());
+    return query;
+}
+
+QVariant Database::value(const QString& sql, const QVariantList& values)
+{
+    QSqlQuery query = run(sql, values);
+    return query.next() ? query.value(0) : QVariant();
+}
+
+int Database::schemaVersion()
+{
+    run(u"CREATE TABLE IF NOT EXISTS schema_version (version INTEGER NOT NULL)"_s);
+    return value(u"SELECT version FROM schema_version"_s).toInt();
+}
+
+void Database::migrate()
+{
+    Transaction transaction(*this);
+    const int found = schemaVersion();
+    const QList<QStringList> migrations = schema::migrations();
+    if (found > migrations.size())
+        throw Fault(u"the database was written by a newer version of this program (schema %1, this "
+                    "program knows %2)"_s.arg(found)
+                        .arg(migrations.size()));
+    if (found == migrations.size())
+        return;
+    for (const QStringList& step : migrations.mid(found)) {
+        for (const QString& statement : step)
+            run(statement);
+    }
+    run(u"DELETE FROM schema_version"_s);
+    run(u"INSERT INTO schema_version (version) VALUES (?)"_s, {migrations.size()});
+    transaction.commit();
+}
+
+Transaction::Transaction(Database& database) : m_database(database)
+{
+    // IMMEDIATE: a transaction that reads first and writes later would otherwise fail at once when
+    // another has written in between, whatever the busy timeout.
+    m_database.run(database.isPostgres() ? u"BEGIN"_s : u"BEGIN IMMEDIATE"_s);
+}
+
+Transaction::~Transaction()
+{
+    if (!m_open)
+        return;
+    try {
+        m_database.run(u"ROLLBACK"_s);
+    } catch (const Fault&) {
+        // The connection is gone, and the transaction with it.
+    }
+}
+
+void Transaction::commit()
+{
+    m_database.run(u"COMMIT"_s);
+    m_open = false;
+}

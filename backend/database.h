@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QString>
+#include <QVariant>
+
+// The relational half of the data directory: accounts, sessions and what is published. Each thread
+// works on a connection of its own, opened when it first asks and closed when the thread ends.
+// Every operation throws Fault when the database cannot do it.
+class Database
+{
+public:
+    // `location` is the path of an SQLite file, or a postgresql:// address.
+    explicit Database(QString location);
+    ~Database();
+    Q_DISABLE_COPY_MOVE(Database)
+
+    // Brings the schema to this program's version; refuses a database of a newer program.
+    void migrate();
+
+    // Prepares and runs one statement on the calling thread's connection.
+    QSqlQuery run(const QString& sql, const QVariantList& values = {});
+    // The first column of the first row, or an invalid value when there is no row.
+    QVariant value(const QString& sql, const QVariantList& values = {});
+
+    bool isPostgres() const { return m_postgres; }
+
+private:
+    friend class Transaction;
+
+    QSqlDatabase connection();
+    void open(QSqlDatabase& connection) const;
+    int schemaVersion();
+
+    QString m_location;
+    bool m_postgres = false;
+};
+
+// A write transaction of the calling thread. Rolls back unless commit() was reached.
+class Transaction
+{
+public:
+    explicit Transaction(Database& database);
+    ~Transaction();
+    Q_DISABLE_COPY_MOVE(Transaction)
+
+    void commit();
+
+private:
+    Database& m_database;
+    bool m_open = true;
+};

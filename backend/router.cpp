@@ -1,0 +1,78 @@
+#include "backend/router.h"
+
+#include "backend/log.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The text that the star stands for, or nothing when the path does not fit.
+std::optional<QByteArray> parameterOf(const QByteArray& path, const QByteArray& pattern)
+{
+    const qsizetype star = pattern.indexOf('*');
+    if (star < 0)
+        return path == pattern ? std::optional(QByteArray()) : std::nullopt;
+    const QByteArray before = pattern.left(star);
+    const QByteArray after = pattern.mid(star + 1);
+    if (path.size() <= before.size() + after.size() || !path.startsWith(before) ||
+        !path.endsWith(after))
+        return {};
+    return path.mid(before.size(), path.size() - before.size() - after.size());
+}
+
+Reply wrongMethod(const QByteArray& allowed)
+{
+    Reply reply = reply::refused({405, u"This address does not take that method."_s});
+    reply.headers.emplaceBack("Allow", allowed);
+    return reply;
+}
+
+} // namespace
+
+std::variant<Router::Match, Reply> Router::match(Call& call) const
+{
+    QByteArray allowed;
+    for (const Route& route : m_routes) {
+        const auto parameter = parameterOf(call.path, route.pattern);
+        if (!parameter)
+            continue;
+        if (route.method != call.method) {
+            allowed = route.method == "GET" ? QByteArray("GET, HEAD") : route.method;
+            continue;
+        }
+        if (const auto fault = faultBeforeBody(route, call))
+            return reply::refused(*fault);
+        return Match{&route, *parameter};
+    }
+    if (!allowed.isEmpty())
+        return wrongMethod(allowed);
+    return reply::refused({404, u"There is nothing at this address."_s});
+}
+
+std::optional<Refusal> Router::faultBeforeBody(const Route& route, Call& call) const
+{
+    if (route.needsSession) {
+        const auto account = m_authenticate(call.token);
+        if (!account)
+            return account.refusal();
+        call.account = *account;
+    }
+    if (call.bodyBytes > route.bodyLimit)
+        return Refusal{413, route.bodyLimit == 0
+                                ? u"This address takes no body."_s
+                                : u"The body is larger than %1 KiB."_s.arg(route.bodyLimit / 1024)};
+    if (!route.bodyType.isEmpty() && call.contentType != route.bodyType)
+        return Refusal{415,
+                       u"The content type must be %1."_s.arg(QString::fromLatin1(route.bodyType))};
+    return {};
+}
+
+Reply Router::answer(const Match& match, const Call& call)
+{
+    try {
+        return match.route->handler(call, match.parameter);
+    } catch (const Fault& fault) {
+        logging::error(fault.text());
+        return reply::refused({500, u"The server had a problem. Try again later."_s});
+    }
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "backend/call.h"
+
+#include <functional>
+#include <variant>
+#include <vector>
+
+// One operation: where it is, what it needs before its body is read, and who answers it.
+struct Route
+{
+    using Handler = std::function<Reply(const Call&, const QByteArray& parameter)>;
+
+    QByteArray method; // GET or POST
+    // "/skins/*.png": the star stands for one parameter.
+    QByteArray pattern;
+    Handler handler;
+    bool needsSession = false;
+    // The body's type and size; no type means that no body is read.
+    QByteArray bodyType = {};
+    qint64 bodyLimit = 0;
+};
+
+// Finds the operation of a request and turns away, before any body is read, what no operation
+// would take: an unknown path or method, no session, the wrong type, too much.
+class Router
+{
+public:
+    using Authenticate = std::function<Outcome<Account>(const QByteArray& token)>;
+
+    explicit Router(Authenticate authenticate) : m_authenticate(std::move(authenticate)) {}
+
+    void add(Route route) { m_routes.push_back(std::move(route)); }
+    const std::vector<Route>& routes() const { return m_routes; }
+
+    struct Match
+    {
+        const Route* route;
+        QByteArray parameter;
+    };
+    // Sets call.account where the operation needs one.
+    std::variant<Match, Reply> match(Call& call) const;
+    // Runs the handler; a Fault becomes a plain 500, its text goes to the log alone.
+    static Reply answer(const Match& match, const Call& call);
+
+private:
+    std::optional<Refusal> faultBeforeBody(const Route& route, Call& call) const;
+
+    Authenticate m_authenticate;
+    std::vector<Route> m_routes;
+};

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <functional>
+
+class QIODevice;
+
+struct StoredFile
+{
+    QByteArray sha256;
+    qint64 size = 0;
+};
+
+// The files of the data directory, each under its own SHA-256: files/ab/ab12... A file is written
+// under a temporary name, synced and renamed, so that a name that exists always holds the whole
+// content, whatever stopped the program. Thread-safe, and safe between processes: it keeps no
+// state. Throws Fault when the disk refuses.
+class Store
+{
+public:
+    using Progress = std::function<void(qint64 done, qint64 total)>;
+
+    // Creates what is missing below `directory`.
+    explicit Store(const QString& directory);
+
+    StoredFile add(QIODevice& source, const Progress& progress = {}) const;
+    StoredFile add(const QByteArray& content) const;
+
+    QString pathOf(const QByteArray& sha256) const;
+    // The part of a public address that leads to a file: "/files/ab/ab12...".
+    static QString addressOf(const QByteArray& sha256);
+    // A name for a scratch file on the store's own disk.
+    QString temporaryPath() const;
+
+private:
+    void publish(const QString& temporary, const QByteArray& sha256) const;
+
+    QString m_directory;
+};

@@ -1,0 +1,166 @@
+#include "tests/support/backend_process.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+// Starting, stopping and the command line itself.
+class TestBackendServe : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void listensOnLoopbackByDefault();
+    void refusesBusyPort();
+    void stopsOnSigterm();
+    void keepsEverythingAcrossRestart();
+    void refusesWrongUsage_data();
+    void refusesWrongUsage();
+    void explainsItself_data();
+    void explainsItself();
+    void refusesUnusableDataDirectory();
+};
+
+void TestBackendServe::listensOnLoopbackByDefault()
+{
+    BackendProcess backend;
+    QVERIFY2(backend.start(), backend.output().constData());
+    QVERIFY(backend.origin().startsWith(u"http://127.0.0.1:"_s));
+    QVERIFY(backend.port() > 0);
+    const RawReply manifest = raw_http::get(backend.port(), "/manifest.json");
+    QCOMPARE(manifest.status, 200);
+    QCOMPARE(manifest.body, R"({"news":[],"versions":[]})");
+}
+
+void TestBackendServe::refusesBusyPort()
+{
+    QTcpServer holder;
+    QVERIFY(holder.listen(QHostAddress::LocalHost));
+    BackendProcess backend;
+    const QString address = u"127.0.0.1:%1"_s.arg(holder.serverPort());
+    const auto run = backend.command({u"serve"_s, u"--listen"_s, address});
+    QCOMPARE(run.exitCode, 1);
+    QVERIFY2(run.errors.contains(QByteArray("error: cannot listen on " + address.toUtf8())),
+             run.errors.constData());
+    QVERIFY(run.errors.contains("in use"));
+
+    // A second server of our own does not share the port either.
+    BackendProcess first;
+    QVERIFY(first.start());
+    const auto second =
+        backend.command({u"serve"_s, u"--listen"_s, u"127.0.0.1:%1"_s.arg(first.port())});
+    QCOMPARE(second.exitCode, 1);
+}
+
+void TestBackendServe::stopsOnSigterm()
+{
+    BackendProcess backend;
+    QVERIFY(backend.start());
+    const quint16 port = backend.port();
+    QCOMPARE(raw_http::get(port, "/manifest.json").status, 200);
+    QCOMPARE(backend.stop(), 0);
+    QCOMPARE(raw_http::get(port, "/manifest.json").status, 0);
+}
+
+void TestBackendServe::keepsEverythingAcrossRestart()
+{
+    BackendProcess backend;
+    QVERIFY(backend.start());
+    const QJsonObject who{{u"username"_s, u"Durable"_s}, {u"password"_s, u"correct horse"_s}};
+    const RawReply created = raw_http::postJson(backend.port(), "/auth/register", who);
+    QCOMPARE(created.status, 200);
+    QCOMPARE(backend.command({u"publish"_s, u"news"_s, u"--title"_s, u"Kept"_s}).exitCode, 0);
+    QCOMPARE(backend.stop(), 0);
+
+    QVERIFY(backend.start());
+    const QByteArray token = created.json().value(u"token"_s).toString().toLatin1();
+    QCOMPARE(raw_http::get(backend.port(), "/auth/validate", {raw_http::bearer(token)}).status,
+             200);
+    QVERIFY(raw_http::get(backend.port(), "/manifest.json").body.contains("Kept"));
+    // Nothing of it is for others on the machine.
+    const auto others = QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
+    const QString database = backend.data() + u"/tessellan.sqlite"_s;
+    QVERIFY(QFileInfo::exists(database));
+    QVERIFY(!(QFileInfo(database).permissions() & others));
+}
+
+void TestBackendServe::refusesWrongUsage_data()
+{
+    QTest::addColumn<QStringList>("words");
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char* name, const QString& line, const char* message) {
+        QTest::newRow(name) << line.split(u' ', Qt::SkipEmptyParts) << QByteArray(message);
+    };
+    row("nothing", u""_s, "A command is missing.");
+    row("unknown command", u"frobnicate"_s, "There is no command \"frobnicate\".");
+    row("no data directory", u"serve"_s, "--data is missing.");
+    row("unknown option", u"serve --data d --bogus"_s, "bogus");
+    row("stray word", u"serve --data d now"_s, "\"now\" is one word too many.");
+    row("listen without port", u"serve --data d --listen 127.0.0.1"_s, "--listen must be");
+    row("listen with a bad port", u"serve --data d --listen 127.0.0.1:x"_s, "--listen must be");
+    row("port too high", u"serve --data d --listen 127.0.0.1:65536"_s, "--listen must be");
+    row("all addresses, no origin", u"serve --data d --listen 0.0.0.0:0"_s,
+        "--public-origin is needed");
+    row("origin without scheme", u"serve --data d --public-origin play.example"_s,
+        "--public-origin must be");
+    row("origin of another scheme", u"serve --data d --public-origin ftp://play.example"_s,
+        "--public-origin must be");
+    row("publish nothing", u"publish"_s, "Publish what");
+    row("version without id", u"publish version --data d --file x"_s, "--id is missing.");
+    row("version without file", u"publish version --data d --id x"_s, "--file is missing.");
+    row("news without title", u"publish news --data d"_s, "--title is missing.");
+    row("runtime without file", u"publish runtime --data d"_s, "Something is missing");
+    row("launcher of no platform", u"publish launcher --data d --file x --platform beos"_s,
+        "--platform must be");
+    row("launcher without version", u"publish launcher --data d --file x"_s,
+        "--version is missing.");
+}
+
+void TestBackendServe::refusesWrongUsage()
+{
+    QFETCH(QStringList, words);
+    QFETCH(QByteArray, message);
+    const auto run = BackendProcess::runProgram(words);
+    QCOMPARE(run.exitCode, 2);
+    QVERIFY2(run.errors.contains(message), run.errors.constData());
+    QVERIFY2(run.errors.contains("--help"), run.errors.constData());
+    QVERIFY(run.output.isEmpty());
+    QVERIFY(!QFileInfo::exists(u"d"_s));
+}
+
+void TestBackendServe::explainsItself_data()
+{
+    QTest::addColumn<QStringList>("words");
+    for (const char* line : {"", "serve", "publish", "publish version", "publish news",
+                             "publish launcher", "publish runtime"}) {
+        QTest::newRow(*line ? line : "the program")
+            << QString::fromLatin1(line).split(u' ', Qt::SkipEmptyParts);
+    }
+}
+
+void TestBackendServe::explainsItself()
+{
+    QFETCH(QStringList, words);
+    const auto run = BackendProcess::runProgram(words + QStringList{u"--help"_s});
+    QCOMPARE(run.exitCode, 0);
+    QVERIFY2(run.output.startsWith("Usage: tessellan-backend"), run.output.constData());
+    QVERIFY(run.errors.isEmpty());
+}
+
+void TestBackendServe::refusesUnusableDataDirectory()
+{
+    QTemporaryDir directory;
+    QFile file(directory.filePath(u"file"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    const auto run = BackendProcess::runProgram(
+        {u"serve"_s, u"--data"_s, file.fileName(), u"--listen"_s, u"127.0.0.1:0"_s});
+    QCOMPARE(run.exitCode, 1);
+    QVERIFY2(run.errors.startsWith("error: cannot write "), run.errors.constData());
+}
+
+QTEST_GUILESS_MAIN(TestBackendServe)
+#include "tst_backend_serve.moc"
