@@ -1,0 +1,77 @@
+# Runs while installing: copies Qt, its plugins and the libraries they need beside the executable.
+# In: executable, plugins (Qt's plugin directory), destination.
+cmake_policy(VERSION 3.25)
+
+# What the launcher must have to draw on X11 and Wayland, to type, to speak TLS, and to read
+# pictures.
+set(wanted
+    platforms/libqxcb.so
+    platforms/libqwayland-egl.so
+    platforms/libqwayland-generic.so
+    xcbglintegrations/libqxcb-egl-integration.so
+    xcbglintegrations/libqxcb-glx-integration.so
+    wayland-decoration-client/libbradient.so
+    wayland-graphics-integration-client/libqt-plugin-wayland-egl.so
+    wayland-shell-integration/libxdg-shell.so
+    platforminputcontexts/libcomposeplatforminputcontextplugin.so
+    platforminputcontexts/libibusplatforminputcontextplugin.so
+    tls/libqcertonlybackend.so
+    tls/libqopensslbackend.so
+    imageformats/libqgif.so
+    imageformats/libqico.so
+    imageformats/libqjpeg.so)
+
+# What stays the system's, and why. The TLS plugin loads OpenSSL by name, so that it is the
+# system's as well: it gets security updates there, and comes with the system's certificates.
+set(system
+    # the C and C++ runtimes; drivers need at least those they were built with
+    ld-linux-x86-64 libc libm libdl libpthread librt libresolv libstdc++ libgcc_s
+    # OpenGL, X11 and Wayland as Mesa's drivers load them into the same process
+    libGL libGLX libEGL libGLdispatch libgbm libdrm libX11 libX11-xcb libXau libXdmcp libxcb
+    libxcb-dri2 libxcb-dri3 libxcb-glx libxcb-present libxcb-randr libxcb-shm libxcb-sync
+    libxcb-xfixes libwayland-client
+    # read configuration of the system's own version
+    libfontconfig libfreetype libdbus-1 libssl libcrypto
+    # needed by those above, which must not be given another version
+    libbrotlicommon libbrotlidec libbsd libcap libexpat libffi libgcrypt libgpg-error liblz4
+    liblzma libmd libpng16 libsystemd libz libzstd)
+list(TRANSFORM system REPLACE "([+.])" "\\\\\\1")
+list(JOIN system "|" system)
+
+# The terms under which the copied libraries are passed on.
+function(install_terms file)
+    # A package may know a file of /usr/lib by its old place in /lib.
+    string(REGEX REPLACE "^/usr" "" short "${file}")
+    execute_process(COMMAND dpkg-query --search "/usr${short}" "${short}"
+        OUTPUT_VARIABLE owner ERROR_QUIET)
+    if(NOT owner MATCHES "^([^:]+):")
+        message(FATAL_ERROR "no package owns ${file}: its licence is not known")
+    endif()
+    set(package ${CMAKE_MATCH_1})
+    file(REAL_PATH /usr/share/doc/${package}/copyright terms)
+    file(INSTALL "${terms}" DESTINATION "${destination}/licenses" RENAME ${package}.txt)
+endfunction()
+
+set(modules)
+foreach(plugin IN LISTS wanted)
+    if(NOT EXISTS "${plugins}/${plugin}")
+        message(FATAL_ERROR "${plugins}/${plugin} is missing: see scripts/packages")
+    endif()
+    list(APPEND modules "${plugins}/${plugin}")
+    cmake_path(GET plugin PARENT_PATH kind)
+    file(INSTALL "${plugins}/${plugin}" DESTINATION "${destination}/plugins/${kind}")
+    install_terms("${plugins}/${plugin}")
+endforeach()
+
+file(GET_RUNTIME_DEPENDENCIES
+    RESOLVED_DEPENDENCIES_VAR libraries
+    EXECUTABLES "${executable}"
+    MODULES ${modules}
+    PRE_EXCLUDE_REGEXES "^(${system})\\.so")
+foreach(library IN LISTS libraries)
+    # Under the name it is loaded by, and without links: a ZIP that an update unpacks has none.
+    cmake_path(GET library FILENAME name)
+    file(REAL_PATH "${library}" file)
+    file(INSTALL "${file}" DESTINATION "${destination}" RENAME "${name}")
+    install_terms("${file}")
+endforeach()

@@ -1,0 +1,33 @@
+# The launcher with its own copy of Qt, in the two shapes a player gets it:
+#   portable  the archive to download: program/, share/ and the scripts that install it at home
+#   update    the contents of program/ alone, as a full update unpacks them beside the executable
+# Neither is part of a plain `cmake --install`.
+set(portable ${CMAKE_SOURCE_DIR}/packaging/portable)
+set(plugins ${QT6_INSTALL_PREFIX}/${QT6_INSTALL_PLUGINS})
+
+# install_program(<directory> <component>)
+function(install_program directory component)
+    install(PROGRAMS ${portable}/uninstall DESTINATION ${directory}
+        COMPONENT ${component} EXCLUDE_FROM_ALL)
+    install(FILES ${portable}/qt.conf DESTINATION ${directory}
+        COMPONENT ${component} EXCLUDE_FROM_ALL)
+    install(CODE "
+        set(executable \"$<TARGET_FILE:tessellan-launcher>\")
+        set(plugins \"${plugins}\")
+        set(destination \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${directory}\")
+        include(\"${CMAKE_SOURCE_DIR}/cmake/bundle.cmake\")"
+        COMPONENT ${component} EXCLUDE_FROM_ALL)
+endfunction()
+
+install_program(program portable)
+install(PROGRAMS $<TARGET_FILE:tessellan-launcher> DESTINATION program
+    COMPONENT portable EXCLUDE_FROM_ALL)
+install(PROGRAMS ${portable}/install ${portable}/uninstall DESTINATION .
+    COMPONENT portable EXCLUDE_FROM_ALL)
+install(FILES ${portable}/README DESTINATION . COMPONENT portable EXCLUDE_FROM_ALL)
+install_shared(share portable EXCLUDE_FROM_ALL)
+
+install_program(. update)
+# Updates look for the executable under this name on every platform.
+install(PROGRAMS $<TARGET_FILE:tessellan-launcher> DESTINATION . RENAME TessellanLauncher.exe
+    COMPONENT update EXCLUDE_FROM_ALL)
