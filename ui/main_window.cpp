@@ -37,14 +37,6 @@ MainWindow::MainWindow(QWidget* parent)
     m_updates->checkForUpdate();
 }
 
-// The children die after this class's part of the object: nothing they signal on their way out may
-// reach its handlers.
-MainWindow::~MainWindow()
-{
-    for (const QObject* child : findChildren<QObject*>())
-        child->disconnect(this);
-}
-
 // Widgets are made in the order the eye meets them, which makes it the order of the Tab key.
 void MainWindow::buildUi()
 {

@@ -35,7 +35,6 @@ class MainWindow : public QMainWindow
 
 public:
     explicit MainWindow(QWidget* parent = nullptr);
-    ~MainWindow() override;
 
 private Q_SLOTS:
     void onPlayClicked();

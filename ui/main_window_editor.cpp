@@ -79,6 +79,7 @@ QFormLayout* MainWindow::buildEditorForm(QWidget* page)
     m_xmxSpin = addHeapSpin(memory, QStringLiteral("Xmx"), QStringLiteral("xmxSpin"), page);
     memory->addStretch();
     form->addRow(QStringLiteral("Memory:"), memory);
+    qobject_cast<QLabel*>(form->labelForField(memory))->setBuddy(m_xmsSpin);
 
     m_extraArgsField = new QLineEdit(page);
     m_extraArgsField->setObjectName(QStringLiteral("extraArgsField"));

@@ -16,6 +16,8 @@ void MainWindow::buildNewsPages()
     m_newsList = pages::makeList(QStringLiteral("newsList"), QStringLiteral("News"), listPage);
     listLayout->addWidget(m_newsList);
     connect(m_newsList, &QListWidget::itemClicked, this, &MainWindow::openNews);
+    // The Return key's way in; a double click opens the same item once more.
+    connect(m_newsList, &QListWidget::itemActivated, this, &MainWindow::openNews);
     m_pages->addWidget(listPage);
 
     auto* readerPage = new QWidget(this);

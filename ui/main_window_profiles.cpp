@@ -19,7 +19,6 @@ void MainWindow::buildLaunchSelector(QWidget* bar)
     // A name of any length must not widen the window.
     m_launchSelector->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     m_launchSelector->setMinimumContentsLength(20);
-    m_launchSelector->setMinimumWidth(200);
     connect(m_launchSelector, &QComboBox::currentIndexChanged, this,
             &MainWindow::onSelectionChanged);
 }

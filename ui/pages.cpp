@@ -26,10 +26,12 @@ QListWidget* makeList(const QString& objectName, const QString& accessibleName, 
     auto* list = new QListWidget(page);
     list->setObjectName(objectName);
     list->setAccessibleName(accessibleName);
-    QObject::connect(list, &QListWidget::currentItemChanged, list, [](QListWidgetItem* current) {
-        if (current)
+    const auto selectCurrent = [list] {
+        if (QListWidgetItem* current = list->currentItem())
             current->setSelected(true);
-    });
+    };
+    QObject::connect(list, &QListWidget::currentItemChanged, list, selectCurrent);
+    QObject::connect(list, &QListWidget::itemSelectionChanged, list, selectCurrent);
     return list;
 }
 

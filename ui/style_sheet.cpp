@@ -64,5 +64,6 @@ QString windowStyleSheet()
 QPushButton:focus, QToolButton#navButton:focus, QListWidget:focus, QTextBrowser:focus, QPlainTextEdit:focus { border-color:#4ec9f5; }
 QPushButton#playButton:focus { border:2px solid #e8ecf4; padding:7px 32px; }
 QPushButton#loginButton, QPushButton#registerButton { padding:7px 8px; }
+QComboBox#launchSelector { min-width:178px; }
 )");
 }
