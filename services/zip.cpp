@@ -3,6 +3,7 @@
 #include <QByteArrayList>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -101,7 +102,7 @@ Writer openForWriting()
 }
 
 // Rewrites the entry's name to its place below root; false when it must not be unpacked.
-bool placeBelow(const QByteArray& root, archive_entry* entry, QStringList& topLevel)
+bool placeBelow(const QByteArray& root, archive_entry* entry, QSet<QString>& topLevel)
 {
     const auto steps = stepsOf(archive_entry_pathname(entry));
     if (!steps)
@@ -114,11 +115,8 @@ bool placeBelow(const QByteArray& root, archive_entry* entry, QStringList& topLe
         return false;
     }
 
-    if (!steps->isEmpty()) {
-        const QString top = QFile::decodeName(steps->first());
-        if (!topLevel.contains(top))
-            topLevel.append(top);
-    }
+    if (!steps->isEmpty())
+        topLevel.insert(QFile::decodeName(steps->first()));
     // No set-user-id, no sticky: an archive has no business with them.
     archive_entry_set_perm(entry, archive_entry_perm(entry) & 0777);
     const QByteArray place = root + '/' + steps->join('/');
@@ -160,7 +158,7 @@ std::optional<QStringList> extract(const QString& archivePath, const QString& de
 
     const qint64 bombBytes = std::max(minBombBytes, QFileInfo(archivePath).size() * maxExpansion);
     qint64 budget = std::min(maxUnpackedBytes, bombBytes);
-    QStringList topLevel;
+    QSet<QString> topLevel;
     for (int entries = 0;; ++entries) {
         archive_entry* entry = nullptr;
         const int status = archive_read_next_header(reader.get(), &entry);
@@ -177,7 +175,7 @@ std::optional<QStringList> extract(const QString& archivePath, const QString& de
     // Closing sets the modes of directories, which had to stay writable until now.
     if (archive_write_close(writer.get()) != ARCHIVE_OK)
         return {};
-    return topLevel;
+    return topLevel.values();
 }
 
 } // namespace zip

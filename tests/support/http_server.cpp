@@ -73,10 +73,11 @@ void send(QTcpSocket* socket, const HttpAnswer& answer)
     socket->write(headOf(answer));
     if (answer.endless) {
         const auto refill = [socket, body = answer.body] {
-            while (socket->isOpen() && socket->bytesToWrite() < writeAheadBytes)
+            if (socket->bytesToWrite() < writeAheadBytes)
                 socket->write(body);
         };
-        QObject::connect(socket, &QTcpSocket::bytesWritten, socket, refill);
+        // Queued: a TLS socket reports what it wrote from within write().
+        QObject::connect(socket, &QTcpSocket::bytesWritten, socket, refill, Qt::QueuedConnection);
         refill();
         return;
     }

@@ -96,7 +96,9 @@ TunnelProxy::TunnelProxy(QObject* parent) : QObject(parent), m_server(new QTcpSe
 
 TunnelProxy::~TunnelProxy()
 {
-    QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
+    // A successor may have taken over already.
+    if (QNetworkProxy::applicationProxy().port() == m_server->serverPort())
+        QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
 }
 
 void TunnelProxy::lead(const QByteArray& hostAndPort, quint16 loopbackPort)

@@ -1,0 +1,375 @@
+#include "app/settings.h"
+#include "tests/support/files.h"
+#include "tests/support/http_server.h"
+#include "tests/support/throwaway_home.h"
+#include "tests/support/tls.h"
+#include "versions/version_manager.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+const QByteArray path = "/manifest.json";
+const auto invalid = QStringLiteral("Invalid manifest");
+
+// JSON is easier to read here with single quotes.
+QByteArray json(QByteArray text)
+{
+    return text.replace('\'', '"');
+}
+
+const QByteArray good = json("{'versions':[{'id':'0.3','url':'http://x/a.jar','sha256':'AB',"
+                             "'released':'today'}],"
+                             "'news':[{'title':'Hello','date':'now','body':'text'}]}");
+const QByteArray older = json("{'versions':[{'id':'0.1','url':'http://x/old.jar'}]}");
+
+QByteArray nested(int depth)
+{
+    return QByteArray(depth, '[') + QByteArray(depth, ']');
+}
+
+QStringList idsOf(const VersionManager& manager)
+{
+    QStringList ids;
+    for (const GameVersion& v : manager.versions())
+        ids.append(v.id);
+    return ids;
+}
+
+QStringList titlesOf(const VersionManager& manager)
+{
+    QStringList titles;
+    for (const NewsItem& item : manager.news())
+        titles.append(item.title);
+    return titles;
+}
+
+} // namespace
+
+class TestManifest : public QObject
+{
+    Q_OBJECT
+
+public:
+    static void initMain() { throwaway_home::enter(); }
+
+private Q_SLOTS:
+    void initTestCase() { m_authority.trust(); }
+
+    void init()
+    {
+        m_home = std::make_unique<QTemporaryDir>();
+        m_server = std::make_unique<HttpServer>();
+        Settings::get().setGameDir(m_home->filePath(QStringLiteral("a/game")));
+        Settings::get().setManifestUrl(m_server->url(QStringLiteral("/manifest.json")));
+    }
+
+    void startsWithEmptyLists()
+    {
+        const VersionManager manager;
+        QVERIFY(manager.versions().isEmpty());
+        QVERIFY(manager.news().isEmpty());
+        QCOMPARE(manager.manifestCachePath(),
+                 QString(Settings::get().gameDir() + u"/versions_manifest.json"));
+    }
+
+    void readsEveryField()
+    {
+        VersionManager manager;
+        QVERIFY(manager.parseManifest(good));
+        QCOMPARE(manager.versions().size(), 1);
+        const GameVersion& v = manager.versions().constFirst();
+        QCOMPARE(v.id, QStringLiteral("0.3"));
+        QCOMPARE(v.url, QStringLiteral("http://x/a.jar"));
+        QCOMPARE(v.sha256, QStringLiteral("AB"));
+        QCOMPARE(v.released, QStringLiteral("today"));
+        QCOMPARE(manager.news().size(), 1);
+        const NewsItem& item = manager.news().constFirst();
+        QCOMPARE(item.title, QStringLiteral("Hello"));
+        QCOMPARE(item.date, QStringLiteral("now"));
+        QCOMPARE(item.body, QStringLiteral("text"));
+    }
+
+    void rejects_data()
+    {
+        QTest::addColumn<QByteArray>("document");
+        QTest::newRow("nothing") << QByteArray();
+        QTest::newRow("HTML") << QByteArray("<html></html>");
+        QTest::newRow("an array") << QByteArray("[]");
+        QTest::newRow("an empty object") << QByteArray("{}");
+        QTest::newRow("versions is an object") << json("{'versions':{}}");
+        QTest::newRow("versions is a string") << json("{'versions':'0.3'}");
+        QTest::newRow("versions is null") << json("{'versions':null,'news':[]}");
+        QTest::newRow("cut") << good.chopped(1);
+        QTest::newRow("a thousand deep") << nested(1000);
+        QTest::newRow("deeper than the parser goes")
+            << QByteArray("{\"versions\":" + nested(2000) + '}');
+        QTest::newRow("a million deep") << nested(1'000'000);
+    }
+
+    void rejects()
+    {
+        QFETCH(QByteArray, document);
+        VersionManager manager;
+        QVERIFY(manager.parseManifest(good));
+        QVERIFY(!manager.parseManifest(document));
+        QCOMPARE(idsOf(manager), QStringList{QStringLiteral("0.3")});
+        QCOMPARE(titlesOf(manager), QStringList{QStringLiteral("Hello")});
+    }
+
+    void accepts_data()
+    {
+        QTest::addColumn<QByteArray>("document");
+        QTest::addColumn<QStringList>("ids");
+        QTest::addColumn<QStringList>("titles");
+        const auto a = QStringLiteral("a");
+        const auto b = QStringLiteral("b");
+        const QStringList none;
+        QTest::newRow("empty versions") << json("{'versions':[]}") << none << none;
+        QTest::newRow("order and repeated ids kept")
+            << json("{'versions':[{'id':'b','url':'u'},{'id':'a','url':'u'},{'id':'b','url':'u'}]}")
+            << QStringList{b, a, b} << none;
+        QTest::newRow("without an id or an url")
+            << json("{'versions':[{'url':'u'},{'id':'b'},{'id':'','url':'u'},{'id':'b','url':''},"
+                    "{'id':'a','url':'u'}]}")
+            << QStringList{a} << none;
+        QTest::newRow("wrong types")
+            << json("{'versions':[1,null,'x',[],{'id':5,'url':'u'},{'id':'b','url':['u']},"
+                    "{'id':'a','url':'u','sha256':7,'released':{}}],'news':[1,{'title':4}]}")
+            << QStringList{a} << none;
+        QTest::newRow("news without a title")
+            << json("{'versions':[],'news':[{'body':'x'},{'title':'','body':'x'},{'title':'a'}]}")
+            << none << QStringList{a};
+        QTest::newRow("news is an object")
+            << json("{'versions':[],'news':{'title':'a'}}") << none << none;
+        QTest::newRow("unknown keys")
+            << json("{'versions':[{'id':'a','url':'u','x':1}],'launcher':5,'y':{}}")
+            << QStringList{a} << none;
+        QTest::newRow("an entry a thousand deep")
+            << QByteArray("{\"versions\":" + nested(1000) + '}') << none << none;
+    }
+
+    void accepts()
+    {
+        QFETCH(QByteArray, document);
+        QFETCH(QStringList, ids);
+        QFETCH(QStringList, titles);
+        VersionManager manager;
+        QVERIFY(manager.parseManifest(good));
+        QVERIFY(manager.parseManifest(document));
+        QCOMPARE(idsOf(manager), ids);
+        QCOMPARE(titlesOf(manager), titles);
+        for (const GameVersion& v : manager.versions())
+            QVERIFY(v.sha256.isEmpty() && v.released.isEmpty());
+    }
+
+    void fetchesAndCaches()
+    {
+        m_server->answer(path, HttpAnswer::json(good + "\n "));
+        VersionManager manager;
+        QCOMPARE(refreshed(manager), QStringLiteral("ready"));
+        QCOMPARE(idsOf(manager), QStringList{QStringLiteral("0.3")});
+        QCOMPARE(contentOf(manager.manifestCachePath()), QByteArray(good + "\n "));
+
+        QCOMPARE(m_server->requests().size(), 1);
+        const HttpRequest& request = m_server->requests().constFirst();
+        QCOMPARE(request.method, QByteArray("GET"));
+        QVERIFY(request.header("Authorization").isNull());
+        QVERIFY(request.header("Content-Type").isNull());
+    }
+
+    void replacesALongerCache()
+    {
+        VersionManager manager;
+        writeFile(manager.manifestCachePath(), QByteArray(100'000, ' '));
+        m_server->answer(path, HttpAnswer::json(good));
+        QCOMPARE(refreshed(manager), QStringLiteral("ready"));
+        QCOMPARE(contentOf(manager.manifestCachePath()), good);
+    }
+
+    void followsRedirects()
+    {
+        m_server->answer(path, HttpAnswer::redirect(QStringLiteral("/elsewhere")));
+        m_server->answer("/elsewhere", HttpAnswer::json(good));
+        VersionManager manager;
+        QCOMPARE(refreshed(manager), QStringLiteral("ready"));
+    }
+
+    void refusesTheRedirectToHttp()
+    {
+        m_server->answer("/plain", HttpAnswer::json(good));
+        HttpServer secure(m_authority.serverFor({QStringLiteral("localhost")}));
+        secure.answer(path, HttpAnswer::redirect(m_server->url(QStringLiteral("/plain"))));
+        Settings::get().setManifestUrl(secure.url(QStringLiteral("/manifest.json")));
+        VersionManager manager;
+        QVERIFY(refreshed(manager).startsWith(u"failed: "));
+        QCOMPARE(secure.requests().size(), 1);
+        QVERIFY(m_server->requests().isEmpty());
+    }
+
+    void toleratesAnUnwritableCache_data()
+    {
+        QTest::addColumn<QString>("obstacle");
+        QTest::newRow("the game directory is a file") << QString();
+        QTest::newRow("the cache is a directory") << QStringLiteral("/versions_manifest.json/x");
+    }
+
+    void toleratesAnUnwritableCache()
+    {
+        QFETCH(QString, obstacle);
+        writeFile(QString(Settings::get().gameDir() + obstacle), "in the way");
+        m_server->answer(path, HttpAnswer::json(good));
+        VersionManager manager;
+        QCOMPARE(refreshed(manager), QStringLiteral("ready"));
+        QCOMPARE(manager.versions().size(), 1);
+    }
+
+    void fallsBack_data()
+    {
+        QTest::addColumn<HttpAnswer>("answer");
+        QTest::addColumn<QString>("text"); // somewhere in the message
+        const auto row = [](const char* name, const HttpAnswer& answer, const QString& text) {
+            QTest::newRow(name) << answer << text;
+        };
+        row("500 with HTML", HttpAnswer::htmlError(), QStringLiteral("server replied"));
+        row("404 with a manifest", HttpAnswer::json(good, 404), QStringLiteral("server replied"));
+        row("HTML", HttpAnswer::ok("<html></html>"), invalid);
+        row("wrong types", HttpAnswer::json(json("{'versions':7}")), invalid);
+        row("a thousand deep", HttpAnswer::json(nested(1000)), invalid);
+        const QByteArray padded = good + QByteArray(50 * 1024 * 1024, ' ');
+        row("50 MB", HttpAnswer::json(padded), QStringLiteral("The server sent more than 16 MB"));
+        HttpAnswer answer = HttpAnswer::json(good);
+        answer.cutAfter = 20;
+        row("closes early", answer, QStringLiteral("closed"));
+        answer = HttpAnswer::json(good);
+        answer.announcedLength = good.size() + 1;
+        row("announces too much", answer, QStringLiteral("closed"));
+        answer.announcedLength = good.size() - 1;
+        row("announces too little", answer, QString());
+        answer = HttpAnswer::json(good);
+        answer.framing = HttpAnswer::Framing::UntilClose;
+        answer.cutAfter = 20;
+        row("no length, closes early", answer, invalid);
+        answer = HttpAnswer::ok(QByteArray(64 * 1024, ' '));
+        answer.framing = HttpAnswer::Framing::UntilClose;
+        answer.endless = true;
+        row("endless", answer, QStringLiteral("The server sent more than 16 MB"));
+        row("redirects in a circle", HttpAnswer::redirect(QStringLiteral("/manifest.json")),
+            QStringLiteral("redirect"));
+        row("redirects to a file", HttpAnswer::redirect(QStringLiteral("file:///etc/passwd")),
+            QString());
+    }
+
+    void fallsBack()
+    {
+        QFETCH(HttpAnswer, answer);
+        QFETCH(QString, text);
+        m_server->answer(path, answer);
+        VersionManager manager;
+        QVERIFY(manager.parseManifest(good));
+        const QString outcome = refreshed(manager);
+        QVERIFY2(outcome.startsWith(u"failed: ") && outcome.contains(text), qPrintable(outcome));
+        QCOMPARE(idsOf(manager), QStringList{QStringLiteral("0.3")});
+        QVERIFY(!QFileInfo::exists(manager.manifestCachePath()));
+
+        writeFile(manager.manifestCachePath(), older);
+        QCOMPARE(refreshed(manager), QStringLiteral("ready from cache"));
+        QCOMPARE(idsOf(manager), QStringList{QStringLiteral("0.1")});
+        QCOMPARE(contentOf(manager.manifestCachePath()), older);
+    }
+
+    void worksOffline()
+    {
+        m_server->goOffline();
+        VersionManager manager;
+        QCOMPARE(refreshed(manager), QStringLiteral("failed: Connection refused"));
+        writeFile(manager.manifestCachePath(), older);
+        QCOMPARE(refreshed(manager), QStringLiteral("ready from cache"));
+    }
+
+    void reportsUnusableAddresses_data()
+    {
+        QTest::addColumn<QString>("address");
+        QTest::newRow("empty") << QString();
+        QTest::newRow("no scheme") << QStringLiteral("tessellan");
+        QTest::newRow("unknown scheme") << QStringLiteral("gopher://x/y");
+        QTest::newRow("no URL at all") << QStringLiteral("http://[:::");
+    }
+
+    void reportsUnusableAddresses()
+    {
+        QFETCH(QString, address);
+        Settings::get().setManifestUrl(address);
+        VersionManager manager;
+        const QString outcome = refreshed(manager);
+        QVERIFY2(outcome.startsWith(u"failed: ") && outcome.size() > 8, qPrintable(outcome));
+    }
+
+    void reportsTheDownloadWhenTheCacheIsGarbage()
+    {
+        VersionManager manager;
+        writeFile(manager.manifestCachePath(), "{\"versions\":");
+        m_server->answer(path, HttpAnswer::ok("no manifest"));
+        QCOMPARE(refreshed(manager), QString(u"failed: " + invalid));
+        m_server->goOffline();
+        QCOMPARE(refreshed(manager), QStringLiteral("failed: Connection refused"));
+    }
+
+    void staysSilentWhileTheServerStalls()
+    {
+        HttpAnswer answer = HttpAnswer::json(good);
+        answer.stallAfter = 20;
+        m_server->answer(path, answer);
+        auto manager = std::make_unique<VersionManager>();
+        QSignalSpy ready(manager.get(), &VersionManager::manifestReady);
+        QSignalSpy failed(manager.get(), &VersionManager::manifestFailed);
+        manager->refreshManifest();
+        QTRY_COMPARE(m_server->requests().size(), 1);
+        manager.reset();
+        QCoreApplication::processEvents();
+        QVERIFY(ready.isEmpty() && failed.isEmpty());
+    }
+
+    void sendsARequestForEachCall()
+    {
+        m_server->answer(path, HttpAnswer::json(good));
+        VersionManager manager;
+        QSignalSpy ready(&manager, &VersionManager::manifestReady);
+        manager.refreshManifest();
+        manager.refreshManifest();
+        QTRY_COMPARE(ready.size(), 2);
+        QCOMPARE(m_server->requests().size(), 2);
+    }
+
+private:
+    // The one outcome of one refresh, as a word.
+    static QString refreshed(VersionManager& manager)
+    {
+        const QSignalSpy ready(&manager, &VersionManager::manifestReady);
+        const QSignalSpy failed(&manager, &VersionManager::manifestFailed);
+        manager.refreshManifest();
+        const auto answered = [&ready, &failed] { return ready.size() + failed.size() > 0; };
+        if (!QTest::qWaitFor(answered, 20'000))
+            return QStringLiteral("no outcome");
+        QCoreApplication::processEvents();
+        if (ready.size() + failed.size() != 1)
+            return QStringLiteral("several outcomes");
+        if (!failed.isEmpty())
+            return QString(u"failed: " + failed.constFirst().constFirst().toString());
+        return ready.constFirst().constFirst().toBool() ? QStringLiteral("ready from cache")
+                                                        : QStringLiteral("ready");
+    }
+
+    TestAuthority m_authority;
+    std::unique_ptr<QTemporaryDir> m_home;
+    std::unique_ptr<HttpServer> m_server;
+};
+
+QTEST_GUILESS_MAIN(TestManifest)
+#include "tst_manifest.moc"
