@@ -24,6 +24,12 @@ QSettings store()
     return QSettings(QStringLiteral("Tessellan"), QStringLiteral("Launcher"));
 }
 
+void storeProfiles(const QByteArray& value)
+{
+    QSettings settings(QStringLiteral("Tessellan"), QStringLiteral("Launcher"));
+    settings.setValue(profilesKey, value);
+}
+
 LaunchProfile named(const QString& name)
 {
     LaunchProfile p;
@@ -112,7 +118,7 @@ private Q_SLOTS:
     void readsUnusableDataAsEmpty()
     {
         QFETCH(QByteArray, stored);
-        store().setValue(profilesKey, stored);
+        storeProfiles(stored);
         QVERIFY(ProfileManager().profiles().isEmpty());
     }
 
@@ -142,7 +148,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, fields);
         QFETCH(int, xms);
         QFETCH(int, xmx);
-        store().setValue(profilesKey, QByteArray(json("[{'name':'A'") + fields + "}]"));
+        storeProfiles(QByteArray(json("[{'name':'A'") + fields + "}]"));
         const ProfileManager manager;
         QCOMPARE(manager.profiles().constFirst().xms, xms);
         QCOMPARE(manager.profiles().constFirst().xmx, xmx);
@@ -150,8 +156,8 @@ private Q_SLOTS:
 
     void loadsWithoutValidation()
     {
-        store().setValue(profilesKey, json("[{'name':'A','extraJvmArgs':'\\'q\\'','version':7},"
-                                           "{'name':'A','xms':1},{'name':'  '}]"));
+        storeProfiles(json("[{'name':'A','extraJvmArgs':'\\'q\\'','version':7},"
+                           "{'name':'A','xms':1},{'name':'  '}]"));
         const ProfileManager manager;
         const QStringList expected{QStringLiteral("A"), QStringLiteral("A"), QStringLiteral("  ")};
         QCOMPARE(namesOf(manager), expected);
@@ -162,7 +168,7 @@ private Q_SLOTS:
 
     void dropsNamelessProfilesAtTheNextWrite()
     {
-        store().setValue(profilesKey, json("[{'name':''},{'xms':64},{'name':'A'}]"));
+        storeProfiles(json("[{'name':''},{'xms':64},{'name':'A'}]"));
         ProfileManager manager;
         QCOMPARE(namesOf(manager), QStringList{QStringLiteral("A")});
         QCOMPARE(storedProfiles().size(), 3);
@@ -325,7 +331,7 @@ private Q_SLOTS:
 
     void removesTheFirstOfTwoEqualNames()
     {
-        store().setValue(profilesKey, json("[{'name':'A','xms':100},{'name':'A','xms':200}]"));
+        storeProfiles(json("[{'name':'A','xms':100},{'name':'A','xms':200}]"));
         ProfileManager manager;
         QVERIFY(manager.remove(QStringLiteral("A")));
         QCOMPARE(manager.profiles().constFirst().xms, 200);
@@ -334,7 +340,7 @@ private Q_SLOTS:
     void doesNotNoticeOutsideEdits()
     {
         ProfileManager manager = withThree();
-        store().setValue(profilesKey, QByteArray("[]"));
+        storeProfiles(QByteArray("[]"));
         QCOMPARE(manager.profiles().size(), 3);
         QVERIFY(manager.remove(QStringLiteral("A")));
         QCOMPARE(storedProfiles().size(), 2);
@@ -345,7 +351,7 @@ private Q_SLOTS:
 private:
     static ProfileManager withThree()
     {
-        store().setValue(profilesKey, json("[{'name':'A'},{'name':'B'},{'name':'C'}]"));
+        storeProfiles(json("[{'name':'A'},{'name':'B'},{'name':'C'}]"));
         return ProfileManager();
     }
 
