@@ -20,11 +20,16 @@ void limitBody(QNetworkReply* reply, qint64 maxBytes)
         const qint64 announced = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
         if (announced <= maxBytes && reply->bytesAvailable() <= maxBytes)
             return;
-        reply->setProperty(limitProperty, maxBytes);
-        reply->abort();
+        refuseBody(reply, maxBytes);
     };
     QObject::connect(reply, &QNetworkReply::metaDataChanged, reply, check);
     QObject::connect(reply, &QNetworkReply::readyRead, reply, check);
+}
+
+void refuseBody(QNetworkReply* reply, qint64 maxBytes)
+{
+    reply->setProperty(limitProperty, maxBytes);
+    reply->abort();
 }
 
 QString errorText(const QNetworkReply* reply, qint64 bodySize)

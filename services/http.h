@@ -15,6 +15,9 @@ namespace http {
 // right after sending.
 void limitBody(QNetworkReply* reply, qint64 maxBytes);
 
+// The same for one who reads the body as it comes, and so is the only one to know its length.
+void refuseBody(QNetworkReply* reply, qint64 maxBytes);
+
 // For a finished reply whose body has been read whole: empty when it arrived as announced,
 // otherwise the text to show. That is the network layer's own text, but for a body over the limit
 // or shorter than its announced length, which that layer has no words for.

@@ -1,5 +1,141 @@
 #include "services/update_manager.h"
 
-UpdateManager::UpdateManager(QObject* parent) : QObject(parent) {}
+#include "app/deployment.h"
+#include "app/settings.h"
+#include "services/http.h"
+#include "services/slices.h"
+#include "services/update_download.h"
 
-void UpdateManager::checkForUpdate() {}
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QStringList>
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+
+namespace {
+
+// Reads `path` slice by slice and hands its SHA-256 to `done`, empty when it cannot be read.
+void hashInSlices(QObject* owner, const QString& path, std::function<void(const QString&)> done)
+{
+    auto file = std::make_shared<QFile>(path);
+    const bool open = file->open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    auto hash = std::make_shared<QCryptographicHash>(QCryptographicHash::Sha256);
+    runInSlices(owner, [file, open, hash, done = std::move(done)] {
+        const QByteArray slice = open ? file->read(sliceBytes) : QByteArray();
+        hash->addData(slice);
+        if (!slice.isEmpty())
+            return true;
+        const bool whole = open && file->error() == QFile::NoError;
+        done(whole ? QString::fromLatin1(hash->result().toHex()) : QString());
+        return false;
+    });
+}
+
+} // namespace
+
+UpdateManager::UpdateManager(QObject* parent)
+    : QObject(parent), m_network(new QNetworkAccessManager(this))
+{
+}
+
+int UpdateManager::compareVersions(const QString& a, const QString& b)
+{
+    const QStringList partsOfA = a.split(u'.');
+    const QStringList partsOfB = b.split(u'.');
+    const qsizetype count = std::max(partsOfA.size(), partsOfB.size());
+    for (qsizetype i = 0; i < count; ++i) {
+        // toInt() gives 0 for what is no number, and value() an empty string for a missing part.
+        const qint64 difference =
+            qint64{partsOfA.value(i).toInt()} - qint64{partsOfB.value(i).toInt()};
+        if (difference != 0)
+            return static_cast<int>(std::clamp<qint64>(difference, std::numeric_limits<int>::min(),
+                                                       std::numeric_limits<int>::max()));
+    }
+    return 0;
+}
+
+bool UpdateManager::qtRuntimePresent()
+{
+    return QDir(QCoreApplication::applicationDirPath()).exists(QStringLiteral("libQt6Core.so.6"));
+}
+
+QString UpdateManager::runningExeSha256()
+{
+    QFile exe(QCoreApplication::applicationFilePath());
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!exe.open(QIODevice::ReadOnly) || !hash.addData(&exe))
+        return {};
+    return QString::fromLatin1(hash.result().toHex());
+}
+
+void UpdateManager::checkForUpdate()
+{
+    QNetworkReply* reply = m_network->get(QNetworkRequest{QUrl(Settings::get().manifestUrl())});
+    http::limitBody(reply, http::maxManifestBytes);
+    connect(reply, &QNetworkReply::finished, this, [this, reply] {
+        reply->deleteLater();
+        const QByteArray manifest = reply->readAll();
+        onManifestDownloaded(http::errorText(reply, manifest.size()), manifest);
+    });
+}
+
+// The manifest's launcherArchive is not looked at: a check never starts a full-archive update.
+UpdateManager::Build UpdateManager::newestBuild(const QByteArray& manifest)
+{
+    const QJsonObject root = QJsonDocument::fromJson(manifest).object();
+    const QJsonObject forLinux = root[u"launcherLinux"].toObject();
+    // One or the other as a whole, never the keys of both mixed.
+    const QJsonObject build =
+        forLinux[u"url"].toString().isEmpty() ? root[u"launcher"].toObject() : forLinux;
+    return {build[u"version"].toString(), build[u"url"].toString(), build[u"sha256"].toString()};
+}
+
+void UpdateManager::onManifestDownloaded(const QString& error, const QByteArray& manifest)
+{
+    const Build build = error.isEmpty() ? newestBuild(manifest) : Build{};
+    const bool offered = !build.version.isEmpty() && !build.url.isEmpty();
+    if (offered && compareVersions(build.version, QString(deployment::version)) > 0)
+        update(build);
+    else if (offered && !build.sha256.isEmpty())
+        compareWithRunningExe(build);
+    else
+        Q_EMIT upToDate();
+}
+
+// A build that was published again under its old number, or an older one that was put back, is
+// installed as well: what counts is that the running file is the one the manifest names.
+void UpdateManager::compareWithRunningExe(const Build& build)
+{
+    hashInSlices(this, QCoreApplication::applicationFilePath(),
+                 [this, build](const QString& running) {
+                     if (build.sha256.toLower() == running)
+                         Q_EMIT upToDate();
+                     else
+                         update(build);
+                 });
+}
+
+void UpdateManager::update(const Build& build)
+{
+    Q_EMIT updateAvailable(build.version);
+    download(build.url, build.sha256, build.version, false);
+}
+
+void UpdateManager::download(const QString& url, const QString& sha256, const QString& version,
+                             bool fullArchive)
+{
+    auto* job = new UpdateDownload(this);
+    connect(job, &UpdateDownload::progress, this, &UpdateManager::updateProgress);
+    connect(job, &UpdateDownload::failed, this, &UpdateManager::updateFailed);
+    connect(job, &UpdateDownload::ready, this, [this, version] { Q_EMIT updateReady(version); });
+    job->start(m_network, url, sha256, fullArchive);
+}

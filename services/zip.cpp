@@ -10,7 +10,10 @@
 
 #include <algorithm>
 #include <clocale>
+#include <cstdio>
 #include <memory>
+
+#include <unistd.h>
 
 namespace {
 
@@ -92,6 +95,16 @@ Reader openForReading(const QString& path)
     return reader;
 }
 
+Reader openForReading(const QByteArray& archive)
+{
+    Reader reader(archive_read_new(), &archive_read_free);
+    if (archive_read_support_format_zip_seekable(reader.get()) != ARCHIVE_OK ||
+        archive_read_open_memory(reader.get(), archive.constData(),
+                                 static_cast<size_t>(archive.size())) != ARCHIVE_OK)
+        reader.reset();
+    return reader;
+}
+
 Writer openForWriting()
 {
     Writer writer(archive_write_disk_new(), &archive_write_free);
@@ -141,6 +154,55 @@ bool copyData(archive* reader, archive* writer, qint64& budget, const zip::Cance
     }
 }
 
+bool isFileNamed(archive_entry* entry, const QString& name)
+{
+    return archive_entry_filetype(entry) == AE_IFREG &&
+           QString::fromLocal8Bit(archive_entry_pathname(entry))
+                   .compare(name, Qt::CaseInsensitive) == 0;
+}
+
+bool readData(archive* reader, qint64& budget, QByteArray& data)
+{
+    data.clear();
+    QByteArray block(readBlockBytes, Qt::Uninitialized);
+    for (;;) {
+        const la_ssize_t size =
+            archive_read_data(reader, block.data(), static_cast<size_t>(block.size()));
+        budget -= size;
+        if (size <= 0 || budget < 0)
+            return size == 0;
+        data.append(block.constData(), size);
+    }
+}
+
+// An update must not lock its user out: the owner can always read and write what it brings.
+bool unpackOver(const QByteArray& root, archive* reader, archive_entry* entry, archive* writer,
+                qint64& budget)
+{
+    QSet<QString> topLevel;
+    if (!placeBelow(root, entry, topLevel))
+        return false;
+    if (topLevel.isEmpty())
+        return true; // the directory itself
+    const bool isDirectory = archive_entry_filetype(entry) == AE_IFDIR;
+    archive_entry_set_perm(entry, archive_entry_perm(entry) | (isDirectory ? 0700 : 0600));
+    if (archive_entry_filetype(entry) != AE_IFREG)
+        return archive_write_header(writer, entry) == ARCHIVE_OK;
+
+    // Beside its place first: a program that uses the old file keeps it, and so does a full disk.
+    const QByteArray place = archive_entry_pathname(entry);
+    const QByteArray part = place + ".part";
+    archive_entry_copy_pathname(entry, part.constData());
+    if (archive_write_header(writer, entry) != ARCHIVE_OK)
+        return false;
+    const bool replaced = copyData(reader, writer, budget, {}) &&
+                          archive_write_finish_entry(writer) == ARCHIVE_OK &&
+                          std::rename(part.constData(), place.constData()) == 0;
+    if (!replaced)
+        unlink(part.constData());
+    return replaced;
+}
+
 } // namespace
 
 namespace zip {
@@ -176,6 +238,37 @@ std::optional<QStringList> extract(const QString& archivePath, const QString& de
     if (archive_write_close(writer.get()) != ARCHIVE_OK)
         return {};
     return topLevel.values();
+}
+
+std::optional<QByteArray> extractAllBut(const QString& name, const QByteArray& archive,
+                                        const QString& destination)
+{
+    const Utf8Locale locale;
+    const QByteArray root = QFile::encodeName(QFileInfo(destination).canonicalFilePath());
+    const Reader reader = openForReading(archive);
+    if (root.isEmpty() || !reader)
+        return {};
+    const Writer writer = openForWriting();
+
+    qint64 budget =
+        std::min(maxUnpackedBytes, std::max<qint64>(minBombBytes, archive.size() * maxExpansion));
+    std::optional<QByteArray> kept;
+    for (int entries = 0;; ++entries) {
+        archive_entry* entry = nullptr;
+        const int status = archive_read_next_header(reader.get(), &entry);
+        if (status == ARCHIVE_EOF)
+            break;
+        if (status != ARCHIVE_OK || entries == maxEntries)
+            return {};
+        const bool unpacked = isFileNamed(entry, name)
+                                  ? readData(reader.get(), budget, kept.emplace())
+                                  : unpackOver(root, reader.get(), entry, writer.get(), budget);
+        if (!unpacked)
+            return {};
+    }
+    if (archive_write_close(writer.get()) != ARCHIVE_OK)
+        return {};
+    return kept;
 }
 
 } // namespace zip

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 
@@ -21,5 +22,12 @@ using Cancelled = std::function<bool()>;
 // failure stays.
 std::optional<QStringList> extract(const QString& archivePath, const QString& destination,
                                    const Cancelled& cancelled = {});
+
+// Unpacks an archive held in memory over the existing directory `destination`, each file replaced
+// as a whole, but for the entry called `name` (its whole name, in any letter case): the contents
+// of the last such entry are returned. Nothing when there is none, and on failure as above; links
+// in the destination are not followed.
+std::optional<QByteArray> extractAllBut(const QString& name, const QByteArray& archive,
+                                        const QString& destination);
 
 } // namespace zip

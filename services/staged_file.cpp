@@ -1,0 +1,79 @@
+#include "services/staged_file.h"
+
+#include <QFileInfo>
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+// What open() gives any new file; the user's mask takes from it.
+constexpr mode_t newFileMode = 0666;
+
+bool removeOld(const QByteArray& path)
+{
+    return unlink(path.constData()) == 0 || errno == ENOENT;
+}
+
+} // namespace
+
+StagedFile::StagedFile(const QString& path) : m_path(path) {}
+
+StagedFile::~StagedFile()
+{
+    discard();
+}
+
+bool StagedFile::create()
+{
+    const QByteArray path = QFile::encodeName(m_path);
+    const QByteArray directory = QFile::encodeName(QFileInfo(m_path).absolutePath());
+    if (!removeOld(path))
+        return false;
+    int descriptor = open(directory.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, newFileMode);
+    if (descriptor < 0) {
+        constexpr int flags = O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC;
+        descriptor = open(path.constData(), flags, newFileMode);
+        m_named = descriptor >= 0;
+    }
+    return descriptor >= 0 && m_file.open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered,
+                                          QFile::AutoCloseHandle);
+}
+
+bool StagedFile::write(QByteArrayView bytes)
+{
+    return m_file.write(bytes.data(), bytes.size()) == bytes.size();
+}
+
+bool StagedFile::name()
+{
+    const QByteArray path = QFile::encodeName(m_path);
+    const QByteArray unnamed = "/proc/self/fd/" + QByteArray::number(m_file.handle());
+    m_named = removeOld(path) && linkat(AT_FDCWD, unnamed.constData(), AT_FDCWD, path.constData(),
+                                        AT_SYMLINK_FOLLOW) == 0;
+    return m_named;
+}
+
+bool StagedFile::keep()
+{
+    if (m_named || name()) {
+        m_file.close();
+        // Some file systems report a failed write only now.
+        if (m_file.error() == QFile::NoError) {
+            m_named = false;
+            return true;
+        }
+    }
+    discard();
+    return false;
+}
+
+void StagedFile::discard()
+{
+    m_file.close();
+    if (m_named)
+        unlink(QFile::encodeName(m_path).constData());
+    m_named = false;
+}

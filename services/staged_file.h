@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QByteArrayView>
+#include <QFile>
+#include <QString>
+
+// A file that gets its name only when it is whole: a process that dies on the way, or a second
+// one at the same work, leaves no half of it under that name. Where the file system cannot hold
+// unnamed files it has its name from the start, and loses it again on failure. Replaces an old
+// file, never through a link. Any thread, one at a time.
+class StagedFile
+{
+public:
+    explicit StagedFile(const QString& path);
+    // Discards what keep() did not name.
+    ~StagedFile();
+    Q_DISABLE_COPY_MOVE(StagedFile)
+
+    bool create();
+    bool write(QByteArrayView bytes);
+    // Closes the file and gives it its name; on failure nothing of it is left.
+    bool keep();
+    void discard();
+
+private:
+    bool name();
+
+    QString m_path;
+    QFile m_file;
+    bool m_named = false;
+};

@@ -1,0 +1,190 @@
+// Linked into a test program, this stands before the C library's file operations. Each operation
+// that touches a staged update is one point, counted from 1. FAULT_AT=<n> lets the n-th fail, and
+// KILL_AT=<n> kills the process right before it. FAULT_TMPFILE=1 plays a file system without
+// unnamed files, and FAULT_EXEC=1 lets no program start. FAULT_LOG=<file> receives a line
+// for each point that was passed.
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int maxDescriptors = 1024;
+bool watched[maxDescriptors];
+int passed = 0;
+const pid_t self = getpid();
+
+int number(const char* variable)
+{
+    const char* value = std::getenv(variable);
+    return value ? std::atoi(value) : 0;
+}
+
+template <typename Function>
+Function original(const char* name)
+{
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+bool concernsUpdate(const char* path)
+{
+    const size_t length = std::strlen(path);
+    return (length > 4 && std::strcmp(path + length - 4, ".new") == 0) ||
+           std::strstr(path, "tessellan_launcher_update.sh");
+}
+
+bool isWatched(int descriptor)
+{
+    return descriptor >= 0 && descriptor < maxDescriptors && watched[descriptor];
+}
+
+void logPoint(const char* operation)
+{
+    const char* path = std::getenv("FAULT_LOG");
+    if (!path)
+        return;
+    static const auto realOpen = original<int (*)(const char*, int, ...)>("open64");
+    static const auto realWrite = original<ssize_t (*)(int, const void*, size_t)>("write");
+    static const auto realClose = original<int (*)(int)>("close");
+    const int log = realOpen(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    char line[64];
+    const int size = std::snprintf(line, sizeof line, "%d %s\n", passed, operation);
+    (void)!realWrite(log, line, static_cast<size_t>(size));
+    realClose(log);
+}
+
+// True when the operation is to fail.
+bool reached(const char* operation, int error)
+{
+    if (getpid() != self)
+        return false; // a child on its way to become the script's shell
+    ++passed;
+    logPoint(operation);
+    if (passed == number("KILL_AT"))
+        raise(SIGKILL);
+    if (passed != number("FAULT_AT"))
+        return false;
+    errno = error;
+    return true;
+}
+
+int openFile(const char* name, const char* path, int flags, mode_t mode)
+{
+    const auto real = original<int (*)(const char*, int, ...)>(name);
+    const bool unnamed = (flags & O_TMPFILE) == O_TMPFILE;
+    // Reading is no step of an update.
+    if ((flags & O_ACCMODE) == O_RDONLY || (!unnamed && !concernsUpdate(path)))
+        return real(path, flags, mode);
+    if (reached(unnamed ? "open unnamed" : "open", EACCES))
+        return -1;
+    if (unnamed && number("FAULT_TMPFILE")) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    const int descriptor = real(path, flags, mode);
+    if (descriptor >= 0 && descriptor < maxDescriptors)
+        watched[descriptor] = true;
+    return descriptor;
+}
+
+} // namespace
+
+extern "C" {
+
+int open(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    return openFile("open", path, flags, mode);
+}
+
+int open64(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    return openFile("open64", path, flags, mode);
+}
+
+ssize_t write(int descriptor, const void* data, size_t size)
+{
+    static const auto real = original<ssize_t (*)(int, const void*, size_t)>("write");
+    return isWatched(descriptor) && reached("write", ENOSPC) ? -1 : real(descriptor, data, size);
+}
+
+int close(int descriptor)
+{
+    static const auto real = original<int (*)(int)>("close");
+    if (!isWatched(descriptor))
+        return real(descriptor);
+    watched[descriptor] = false;
+    const bool fails = reached("close", EIO);
+    const int result = real(descriptor);
+    if (!fails)
+        return result;
+    errno = EIO;
+    return -1;
+}
+
+int unlink(const char* path) noexcept
+{
+    static const auto real = original<int (*)(const char*)>("unlink");
+    return concernsUpdate(path) && reached("unlink", EPERM) ? -1 : real(path);
+}
+
+int linkat(int fromDirectory, const char* from, int toDirectory, const char* to, int flags) noexcept
+{
+    static const auto real = original<int (*)(int, const char*, int, const char*, int)>("linkat");
+    return concernsUpdate(to) && reached("linkat", EIO)
+               ? -1
+               : real(fromDirectory, from, toDirectory, to, flags);
+}
+
+int chmod(const char* path, mode_t mode) noexcept
+{
+    static const auto real = original<int (*)(const char*, mode_t)>("chmod");
+    return concernsUpdate(path) && reached("chmod", EPERM) ? -1 : real(path, mode);
+}
+
+int fchmod(int descriptor, mode_t mode) noexcept
+{
+    static const auto real = original<int (*)(int, mode_t)>("fchmod");
+    return isWatched(descriptor) && reached("fchmod", EPERM) ? -1 : real(descriptor, mode);
+}
+
+pid_t fork() noexcept
+{
+    static const auto real = original<pid_t (*)()>("fork");
+    return reached("fork", EAGAIN) ? -1 : real();
+}
+
+int execv(const char* path, char* const arguments[]) noexcept
+{
+    static const auto real = original<int (*)(const char*, char* const[])>("execv");
+    if (!number("FAULT_EXEC"))
+        return real(path, arguments);
+    errno = EACCES;
+    return -1;
+}
+
+int execve(const char* path, char* const arguments[], char* const environment[]) noexcept
+{
+    static const auto real = original<int (*)(const char*, char* const[], char* const[])>("execve");
+    if (!number("FAULT_EXEC"))
+        return real(path, arguments, environment);
+    errno = EACCES;
+    return -1;
+}
+
+} // extern "C"

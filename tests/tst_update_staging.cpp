@@ -1,0 +1,440 @@
+#include "tests/support/installed_probe.h"
+#include "tests/support/throwaway_home.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTest>
+
+#include <algorithm>
+#include <csignal>
+#include <memory>
+#include <vector>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr qsizetype severalSlices = 5 * 512 * 1024;
+const auto couldNotStage = QStringLiteral("updateFailed Could not stage update");
+const auto ready = QStringLiteral("updateReady 1.0.17");
+
+void write(const QString& path, const QByteArray& content)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(content), content.size());
+}
+
+mode_t modeOf(const QString& path)
+{
+    struct stat info = {};
+    return lstat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 07777 : 0;
+}
+
+} // namespace
+
+// Real copies of a program that updates itself, real scripts, real swaps.
+class TestUpdateStaging : public QObject
+{
+    Q_OBJECT
+
+public:
+    static void initMain() { throwaway_home::enter(); }
+
+private Q_SLOTS:
+    void init() { m_probe = std::make_unique<InstalledProbe>(); }
+    void cleanup() { m_probe.reset(); }
+
+    void swapsWhenTheLauncherHasEnded()
+    {
+        const QByteArray build = m_probe->newBuild(severalSlices);
+        m_probe->offer(build);
+        m_probe->run();
+        QCOMPARE(m_probe->lines(), (QStringList{QStringLiteral("system's Qt"),
+                                                QStringLiteral("updateAvailable 1.0.17"), ready}));
+        QVERIFY(m_probe->oldStands());
+        QCOMPARE(contentOf(m_probe->staged()), build);
+        QCOMPARE(modeOf(m_probe->staged()) & 0111, mode_t{0});
+        QVERIFY(!QFile::exists(m_probe->startedMark()));
+
+        QVERIFY(m_probe->end());
+        QTRY_COMPARE(contentOf(m_probe->startedMark()), QByteArray("started\n"));
+        QTRY_VERIFY(m_probe->nothingIsStaged());
+        QVERIFY(m_probe->stands(build));
+        // As the launcher was: readable for everybody whom the mask does not exclude.
+        const mode_t mask = umask(0);
+        umask(mask);
+        QCOMPARE(modeOf(m_probe->exe()), static_cast<mode_t>(0777 & ~mask));
+    }
+
+    void writesTheScriptAsAgreed()
+    {
+        m_probe->offer(m_probe->newBuild());
+        m_probe->run();
+        const QByteArray text = "#!/bin/sh\n"
+                                "while kill -0 %1 2>/dev/null; do sleep 0.5; done\n"
+                                "mv '%2' '%3' || exit 1\n"
+                                "chmod +x '%3'\n"
+                                "'%3' &\n"
+                                "rm -f \"$0\"\n";
+        QCOMPARE(text.size(), 114);
+        QByteArray expected = text;
+        expected.replace("%1", QByteArray::number(m_probe->process().processId()))
+            .replace("%2", QFile::encodeName(m_probe->staged()))
+            .replace("%3", QFile::encodeName(m_probe->exe()));
+        QCOMPARE(contentOf(m_probe->script()), expected);
+        QCOMPARE(modeOf(m_probe->script()), mode_t{0700});
+    }
+
+    void takesTheDigestInUpperCase()
+    {
+        const QByteArray build = m_probe->newBuild();
+        m_probe->offer(HttpAnswer::ok(build), QStringLiteral("1.0.17"), sha256Of(build).toUpper());
+        m_probe->run();
+        QCOMPARE(m_probe->lastLine(), ready);
+    }
+
+    void takesABuildWithoutDigest()
+    {
+        const QByteArray build = m_probe->newBuild();
+        m_probe->offer(HttpAnswer::ok(build), QStringLiteral("1.0.17"), {});
+        m_probe->run();
+        QCOMPARE(m_probe->lastLine(), ready);
+        QCOMPARE(contentOf(m_probe->staged()), build);
+    }
+
+    void leavesNothingWhenTheDownloadIsBad_data()
+    {
+        QTest::addColumn<bool>("cut");
+        QTest::newRow("another digest") << false;
+        QTest::newRow("cut short, without digest") << true;
+    }
+
+    void leavesNothingWhenTheDownloadIsBad()
+    {
+        QFETCH(bool, cut);
+        HttpAnswer answer = HttpAnswer::ok(m_probe->newBuild());
+        if (cut)
+            answer.cutAfter = 10;
+        m_probe->offer(answer, QStringLiteral("1.0.17"), cut ? QByteArray() : sha256Of("another"));
+        m_probe->run();
+        QVERIFY(m_probe->lastLine().startsWith(u"updateFailed "));
+        QVERIFY(m_probe->nothingIsStaged());
+        QVERIFY(m_probe->end());
+        QVERIFY(m_probe->oldStands());
+    }
+
+    void refusesAnEmptyBuild()
+    {
+        m_probe->offer("");
+        m_probe->run();
+        expectFailedStaging();
+    }
+
+    void swapsInAnyDirectory_data()
+    {
+        QTest::addColumn<QString>("directory");
+        QTest::newRow("spaces") << QStringLiteral("my games and more");
+        QTest::newRow("non-ASCII letters") << QStringLiteral("Spiele für Änne 遊戯");
+        QTest::newRow("place markers") << QStringLiteral("%1 %2 %3 %%");
+        QTest::newRow("shell characters") << QStringLiteral("$(touch x) `id` \"$HOME\" & ; | > \\");
+        QTest::newRow("line break") << QStringLiteral("a\nb");
+        QTest::newRow("leading dash") << QStringLiteral("-rf");
+    }
+
+    void swapsInAnyDirectory()
+    {
+        QFETCH(QString, directory);
+        m_probe = std::make_unique<InstalledProbe>(directory);
+        const QByteArray build = m_probe->newBuild();
+        m_probe->offer(build);
+        m_probe->run();
+        QCOMPARE(m_probe->lastLine(), ready);
+        QVERIFY(m_probe->end());
+        QTRY_VERIFY(QFile::exists(m_probe->startedMark()));
+        QTRY_VERIFY(m_probe->nothingIsStaged());
+        QVERIFY(m_probe->stands(build));
+    }
+
+    void survivesASingleQuoteInThePath()
+    {
+        m_probe = std::make_unique<InstalledProbe>(QStringLiteral("player's games"));
+        m_probe->offer(m_probe->newBuild());
+        m_probe->run();
+        QCOMPARE(m_probe->lastLine(), ready);
+        QVERIFY(m_probe->end());
+        // The script is broken: there is nothing to wait for but its shell's end.
+        QTRY_VERIFY(!m_probe->scriptRuns());
+        QVERIFY(m_probe->oldStands());
+        QVERIFY(m_probe->oldStarts());
+        QVERIFY(!QFile::exists(m_probe->startedMark()));
+    }
+
+    void replacesWhatAnEarlierUpdateLeft()
+    {
+        write(m_probe->staged(), "half of an older build");
+        QVERIFY(QFile::setPermissions(m_probe->staged(), QFile::ReadOwner));
+        write(m_probe->script(), "echo an older script");
+        QVERIFY(QFile::setPermissions(m_probe->script(), QFile::ReadOwner));
+        const QByteArray build = m_probe->newBuild();
+        m_probe->offer(build);
+        m_probe->run();
+        QCOMPARE(m_probe->lastLine(), ready);
+        QVERIFY(m_probe->end());
+        QTRY_VERIFY(m_probe->nothingIsStaged());
+        QVERIFY(m_probe->stands(build));
+    }
+
+    void writesThroughNoLink()
+    {
+        const QString victim = m_probe->temporaryDirectory() + u"/victim";
+        write(victim, "precious");
+        QVERIFY(QFile::link(victim, m_probe->staged()));
+        m_probe->offer(m_probe->newBuild());
+        m_probe->run();
+        QCOMPARE(m_probe->lastLine(), ready);
+        QCOMPARE(contentOf(victim), QByteArray("precious"));
+        QVERIFY(!QFileInfo(m_probe->staged()).isSymLink());
+    }
+
+    void refusesTheScriptsPlace_data()
+    {
+        QTest::addColumn<QString>("what");
+        QTest::newRow("directory") << QStringLiteral("directory");
+        QTest::newRow("link to an own file") << QStringLiteral("link");
+        QTest::newRow("link to nowhere") << QStringLiteral("dangling");
+        QTest::newRow("pipe") << QStringLiteral("pipe");
+        QTest::newRow("no temporary directory") << QStringLiteral("nowhere");
+        if (geteuid() == 0) // nobody else can make one
+            QTest::newRow("another user's file") << QStringLiteral("foreign");
+    }
+
+    void refusesTheScriptsPlace()
+    {
+        QFETCH(QString, what);
+        const QString victim = m_probe->temporaryDirectory() + u"/victim";
+        const QByteArray script = QFile::encodeName(m_probe->script());
+        write(victim, "precious");
+        if (what == u"directory") {
+            QVERIFY(QDir().mkdir(m_probe->script()));
+        } else if (what == u"link") {
+            QVERIFY(QFile::link(victim, m_probe->script()));
+        } else if (what == u"dangling") {
+            QVERIFY(QFile::link(victim + u"2", m_probe->script()));
+        } else if (what == u"pipe") {
+            QCOMPARE(mkfifo(script.constData(), 0600), 0);
+        } else if (what == u"foreign") {
+            write(m_probe->script(), "precious");
+            QCOMPARE(chown(script.constData(), 65534, 65534), 0);
+        } else {
+            m_probe->process().setWorkingDirectory(m_probe->temporaryDirectory());
+            m_probe->setVariable(QStringLiteral("TMPDIR"),
+                                 QString(m_probe->temporaryDirectory() + u"/nowhere"));
+        }
+        m_probe->offer(m_probe->newBuild());
+        m_probe->run();
+        QCOMPARE(m_probe->lastLine(), couldNotStage);
+        QVERIFY(!QFile::exists(m_probe->staged()));
+        QCOMPARE(contentOf(victim), QByteArray("precious"));
+        QVERIFY(!QFile::exists(QString(victim + u"2")));
+        QVERIFY(what != u"nowhere" || !QFile::exists(m_probe->script()));
+        if (what == u"foreign")
+            QCOMPARE(contentOf(m_probe->script()), QByteArray("precious"));
+        QVERIFY(m_probe->end());
+        QVERIFY(m_probe->oldStands());
+    }
+
+    void failsWhereADirectoryStands()
+    {
+        QVERIFY(QDir().mkpath(m_probe->staged() + u"/full"));
+        m_probe->offer(m_probe->newBuild());
+        m_probe->run();
+        QCOMPARE(m_probe->lastLine(), couldNotStage);
+        QVERIFY(QFileInfo(m_probe->staged()).isDir());
+        QVERIFY(!QFile::exists(m_probe->script()));
+        QVERIFY(m_probe->end());
+        QVERIFY(m_probe->oldStands());
+    }
+
+    void failsInAReadOnlyDirectory()
+    {
+        // Modes do not stop root: then the copy runs as somebody else.
+        if (geteuid() == 0) {
+            QVERIFY(m_probe->openForEverybody());
+            m_probe->process().setChildProcessModifier([] {
+                if (setgid(65534) != 0 || setuid(65534) != 0)
+                    _exit(1);
+            });
+        }
+        QVERIFY(QFile::setPermissions(m_probe->directory(), QFile::Permissions::fromInt(0x5555)));
+        m_probe->offer(m_probe->newBuild());
+        m_probe->run();
+        expectFailedStaging();
+    }
+
+    void failsOnShortWrites_data() { standsWheneverKilled_data(); }
+
+    void failsOnShortWrites()
+    {
+        QFETCH(QStringList, variables);
+        for (const QString& variable : variables)
+            m_probe->setVariable(variable, QStringLiteral("1"));
+        // The system itself cuts the second slice.
+        m_probe->process().setChildProcessModifier([] {
+            const rlimit limit{severalSlices / 2, severalSlices / 2};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            signal(SIGXFSZ, SIG_IGN);
+        });
+        m_probe->offer(m_probe->newBuild(severalSlices));
+        m_probe->run();
+        expectFailedStaging();
+    }
+
+    void failsWithoutShell()
+    {
+        m_probe->setVariable(QStringLiteral("FAULT_EXEC"), QStringLiteral("1"));
+        m_probe->offer(m_probe->newBuild());
+        m_probe->run();
+        expectFailedStaging();
+    }
+
+    void standsWhateverFails_data()
+    {
+        QTest::addColumn<QStringList>("variables");
+        const auto noUnnamed = QStringLiteral("FAULT_TMPFILE");
+        QTest::newRow("errors") << QStringList();
+        QTest::newRow("errors without unnamed files") << QStringList{noUnnamed};
+    }
+
+    // One run per file operation, which fails; the last run has none left to fail.
+    void standsWhateverFails()
+    {
+        QFETCH(QStringList, variables);
+        int failed = 0;
+        for (int point = 1;; ++point) {
+            InstalledProbe probe;
+            for (const QString& variable : variables)
+                probe.setVariable(variable, QStringLiteral("1"));
+            const int passed = runWithPoint(probe, QStringLiteral("FAULT_AT"), point);
+            QVERIFY(probe.lastLine() == couldNotStage || probe.lastLine() == ready);
+            if (probe.lastLine() == couldNotStage) {
+                ++failed;
+                QVERIFY2(probe.nothingIsStaged(), qPrintable(QString::number(point)));
+                QVERIFY(probe.end());
+                QVERIFY(probe.oldStands());
+            } else {
+                QVERIFY(probe.end());
+                QTRY_VERIFY(QFile::exists(probe.startedMark()));
+                QVERIFY(probe.stands(probe.newBuild(severalSlices)));
+            }
+            if (passed < point)
+                break;
+        }
+        QVERIFY2(failed >= 10, qPrintable(QString::number(failed)));
+    }
+
+    void standsWheneverKilled_data()
+    {
+        QTest::addColumn<QStringList>("variables");
+        QTest::newRow("with unnamed files") << QStringList();
+        QTest::newRow("without") << QStringList{QStringLiteral("FAULT_TMPFILE")};
+    }
+
+    // One run per file operation, right before which the program is killed.
+    void standsWheneverKilled()
+    {
+        QFETCH(QStringList, variables);
+        std::vector<std::unique_ptr<InstalledProbe>> killed;
+        for (int point = 1;; ++point) {
+            auto probe = std::make_unique<InstalledProbe>();
+            for (const QString& variable : variables)
+                probe->setVariable(variable, QStringLiteral("1"));
+            if (runWithPoint(*probe, QStringLiteral("KILL_AT"), point) < point)
+                break;
+            QCOMPARE(probe->process().exitStatus(), QProcess::CrashExit);
+            QVERIFY(probe->oldStands());
+            if (probe->nothingIsStaged())
+                continue;
+            // The next start stages over what the dead one left.
+            probe->setVariable(QStringLiteral("KILL_AT"), {});
+            probe->run();
+            QCOMPARE(probe->lastLine(), ready);
+            QVERIFY(probe->end());
+            killed.push_back(std::move(probe));
+        }
+        QVERIFY2(killed.size() >= 5, qPrintable(QString::number(killed.size())));
+        for (const auto& probe : killed) {
+            QTRY_VERIFY(QFile::exists(probe->startedMark()));
+            QVERIFY(probe->stands(probe->newBuild(severalSlices)));
+        }
+    }
+
+    void standsWhenKilledDuringTheDownload()
+    {
+        const QByteArray build = m_probe->newBuild(severalSlices);
+        HttpAnswer stalled = HttpAnswer::ok(build);
+        stalled.stallAfter = severalSlices / 2;
+        m_probe->offer(stalled, QStringLiteral("1.0.17"), sha256Of(build));
+        m_probe->start();
+        QTRY_COMPARE(m_probe->server().requestCount("/build"), 1);
+        m_probe->process().kill();
+        QVERIFY(m_probe->process().waitForFinished());
+        QVERIFY(m_probe->nothingIsStaged());
+        QVERIFY(m_probe->oldStands());
+        QVERIFY(m_probe->oldStarts());
+    }
+
+    void swapsWhenKilledAfterStaging()
+    {
+        const QByteArray build = m_probe->newBuild(severalSlices);
+        m_probe->offer(build);
+        m_probe->run();
+        QCOMPARE(m_probe->lastLine(), ready);
+        m_probe->process().kill();
+        QTRY_VERIFY(QFile::exists(m_probe->startedMark()));
+        QTRY_VERIFY(m_probe->nothingIsStaged());
+        QVERIFY(m_probe->stands(build));
+    }
+
+    void neverFreezes()
+    {
+        // Its own 60 MB are hashed; 60 MB are downloaded, hashed and written.
+        constexpr qsizetype size = 60 * 1000 * 1000;
+        const QByteArray build = m_probe->newBuild().leftJustified(size, '\n');
+        QVERIFY(QFile::resize(m_probe->exe(), size + 1));
+        m_probe->offer(HttpAnswer::ok(build), QStringLiteral("1.0.16"), sha256Of(build));
+        m_probe->run();
+        QCOMPARE(m_probe->lastLine(), QStringLiteral("updateReady 1.0.16"));
+        QVERIFY2(m_probe->longestGapMs() >= 0 && m_probe->longestGapMs() <= 100,
+                 qPrintable(QString::number(m_probe->longestGapMs())));
+    }
+
+private:
+    void expectFailedStaging()
+    {
+        QCOMPARE(m_probe->lastLine(), couldNotStage);
+        QVERIFY(m_probe->nothingIsStaged());
+        QVERIFY(m_probe->end());
+        QVERIFY(m_probe->oldStands());
+        QVERIFY(m_probe->oldStarts());
+    }
+
+    // The number of points passed.
+    static int runWithPoint(InstalledProbe& probe, const QString& variable, int point)
+    {
+        const QString log = probe.temporaryDirectory() + u"/points";
+        probe.setVariable(QStringLiteral("FAULT_LOG"), log);
+        probe.setVariable(variable, QString::number(point));
+        probe.offer(probe.newBuild(severalSlices));
+        probe.run();
+        return static_cast<int>(contentOf(log).count('\n'));
+    }
+
+    std::unique_ptr<InstalledProbe> m_probe;
+};
+
+QTEST_GUILESS_MAIN(TestUpdateStaging)
+#include "tst_update_staging.moc"
