@@ -16,8 +16,10 @@ target_compile_definitions(gate INTERFACE
     QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
     QT_USE_QSTRINGBUILDER)
 # A release is the same bytes wherever it is built, and complete as the linker leaves it.
-target_compile_options(gate INTERFACE $<$<CONFIG:Release>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>)
-target_link_options(gate INTERFACE $<$<CONFIG:Release>:-s>)
+# It reads what strangers send, so it also has what compilers offer against their mistakes.
+target_compile_options(gate INTERFACE "$<$<CONFIG:Release>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.;\
+-fstack-protector-strong;-fstack-clash-protection;-D_FORTIFY_SOURCE=2>")
+target_link_options(gate INTERFACE "$<$<CONFIG:Release>:-s;LINKER:-z,relro,-z,now>")
 
 option(TESSELLAN_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 if(TESSELLAN_SANITIZE)

@@ -8,4 +8,8 @@ elseif(CPACK_GENERATOR STREQUAL "ZIP")
     set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
     # Entries are named from the directory of the executable.
     set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY OFF)
+elseif(CPACK_GENERATOR STREQUAL "DEB")
+    set(CPACK_COMPONENTS_ALL backend)
+    set(CPACK_DEB_COMPONENT_INSTALL ON)
+    set(CPACK_STRIP_FILES ON)
 endif()
