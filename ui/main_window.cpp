@@ -117,12 +117,16 @@ void MainWindow::buildConsole()
     m_console->setAccessibleName(QStringLiteral("Game console"));
     m_console->setReadOnly(true);
     m_console->setMaximumBlockCount(5000);
+    // Looking for the words of a line costs the square of its length: a game that prints megabytes
+    // without a blank would freeze the window.
+    m_console->setWordWrapMode(QTextOption::WrapAnywhere);
     QFont font(QStringLiteral("Consolas"));
     font.setStyleHint(QFont::Monospace, QFont::PreferDefault);
     m_console->setFont(font);
     // The launcher's style sheet beats setFont; only the widget's own wins again.
     m_console->setStyleSheet(
         QStringLiteral("QPlainTextEdit#console { font-family:'Consolas','monospace'; }"));
+    m_console->setMinimumHeight(120); // the pages would leave it three lines
     m_console->hide();
 }
 

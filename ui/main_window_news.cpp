@@ -9,6 +9,24 @@
 #include <QTextBrowser>
 #include <QVBoxLayout>
 
+namespace {
+
+// Wrapping at words costs the square of a word's length: a megabyte without a blank would freeze
+// the window for minutes.
+QTextOption::WrapMode wrapModeFor(const QString& text)
+{
+    constexpr qsizetype longestWord = 2000;
+    qsizetype length = 0;
+    for (const QChar c : text) {
+        length = c.isSpace() ? 0 : length + 1;
+        if (length > longestWord)
+            return QTextOption::WrapAnywhere;
+    }
+    return QTextOption::WrapAtWordBoundaryOrAnywhere;
+}
+
+} // namespace
+
 void MainWindow::buildNewsPages()
 {
     auto* listPage = new QWidget(this);
@@ -72,6 +90,7 @@ void MainWindow::openNews(const QListWidgetItem* item)
     m_newsTitle->showText(news.title);
     m_newsDate->showText(news.date);
     m_newsDate->setVisible(!news.date.isEmpty());
+    m_newsBody->setWordWrapMode(wrapModeFor(news.body));
     m_newsBody->setPlainText(news.body);
     m_pages->setCurrentIndex(pages::NewsReader);
 }

@@ -63,7 +63,16 @@ QString windowStyleSheet()
     return QStringLiteral(R"(
 QPushButton:focus, QToolButton#navButton:focus, QListWidget:focus, QTextBrowser:focus, QPlainTextEdit:focus { border-color:#4ec9f5; }
 QPushButton#playButton:focus { border:2px solid #e8ecf4; padding:7px 32px; }
+
+QWidget#sidebar QLabel { background:transparent; }
 QPushButton#loginButton, QPushButton#registerButton { padding:7px 8px; }
 QComboBox#launchSelector { min-width:178px; }
+
+QComboBox::down-arrow, QSpinBox::down-arrow { width:10px; height:5px; background:qconicalgradient(cx:0.5,cy:1,angle:0, stop:0.12 transparent, stop:0.13 #9aa4b8, stop:0.37 #9aa4b8, stop:0.38 transparent); }
+QSpinBox::up-arrow { width:10px; height:5px; background:qconicalgradient(cx:0.5,cy:0,angle:0, stop:0.62 transparent, stop:0.63 #9aa4b8, stop:0.87 #9aa4b8, stop:0.88 transparent); }
+QSpinBox { padding-right:22px; }
+QSpinBox::up-button, QSpinBox::down-button { subcontrol-origin:border; width:22px; background:transparent; border:none; }
+QSpinBox::up-button { subcontrol-position:top right; }
+QSpinBox::down-button { subcontrol-position:bottom right; }
 )");
 }

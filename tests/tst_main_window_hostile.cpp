@@ -1,0 +1,271 @@
+#include "app/settings.h"
+#include "tests/support/throwaway_home.h"
+#include "tests/support/window_driver.h"
+#include "ui/main_window.h"
+#include "versions/version_manager.h"
+
+#include <QComboBox>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTextBrowser>
+#include <QTimer>
+#include <QToolButton>
+
+namespace {
+
+// The longest time that the event loop was not turning.
+class Heartbeat : public QObject
+{
+public:
+    Heartbeat()
+    {
+        m_clock.start();
+        m_timer.callOnTimeout(this, [this] { m_longestMs = qMax(m_longestMs, m_clock.restart()); });
+        m_timer.start(10);
+    }
+
+    qint64 longestMs() const { return m_longestMs; }
+
+private:
+    QTimer m_timer;
+    QElapsedTimer m_clock;
+    qint64 m_longestMs = 0;
+};
+
+} // namespace
+
+// Servers and games that do everything wrong: the window stays alive, whole and usable.
+class TestMainWindowHostile : public QObject
+{
+    Q_OBJECT
+
+public:
+    static void initMain() { throwaway_home::enter(); }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_driver = std::make_unique<WindowDriver>();
+        m_driver->storeSession();
+    }
+    void cleanup() { m_driver.reset(); }
+
+    void saysThatAManifestIsUnusable_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::newRow("no JSON") << QByteArray("<html>hello</html>");
+        QTest::newRow("nothing") << QByteArray();
+        QTest::newRow("an array") << QByteArray("[]");
+        QTest::newRow("versions of a wrong type") << QByteArray("{\"versions\":{\"id\":\"1\"}}");
+        QTest::newRow("nested two thousand deep")
+            << QByteArray("{\"versions\":" + QByteArray(2000, '[') + QByteArray(2000, ']') + "}");
+    }
+
+    void saysThatAManifestIsUnusable()
+    {
+        QFETCH(QByteArray, body);
+        m_driver->server().answer("/manifest.json", HttpAnswer::json(body));
+        m_driver->openAndWait();
+        QCOMPARE(m_driver->status(),
+                 QStringLiteral("Offline - no cached manifest (Invalid manifest)"));
+        verifyAlive();
+    }
+
+    void saysThatTheServerFailed_data()
+    {
+        QTest::addColumn<HttpAnswer>("answer");
+        QTest::newRow("an error in HTML") << HttpAnswer::htmlError();
+        HttpAnswer cut = HttpAnswer::json("{\"versions\":[]}");
+        cut.cutAfter = 5;
+        QTest::newRow("cut") << cut;
+        HttpAnswer lie = HttpAnswer::json("{\"versions\":[]}");
+        lie.announcedLength = 3;
+        QTest::newRow("a length too short") << lie;
+        QTest::newRow("redirect to a file")
+            << HttpAnswer::redirect(QStringLiteral("file:///etc/passwd"));
+    }
+
+    void saysThatTheServerFailed()
+    {
+        QFETCH(HttpAnswer, answer);
+        m_driver->server().answer("/manifest.json", answer);
+        m_driver->openAndWait();
+        QVERIFY2(m_driver->status().startsWith(u"Offline - no cached manifest ("),
+                 qPrintable(m_driver->status()));
+        verifyAlive();
+    }
+
+    void staysUsableWhileTheServerStalls()
+    {
+        m_driver->server().answer("/manifest.json", HttpAnswer::silence());
+        m_driver->open();
+        QTRY_VERIFY(m_driver->server().requestCount("/manifest.json") >= 1);
+        verifyAlive();
+        QCOMPARE(m_driver->status(), QStringLiteral("Checking for versions..."));
+    }
+
+    void keepsItsSizeForLongAndMarkedUpTexts()
+    {
+        m_driver->openAndWait();
+        const QSize size = m_driver->window().size();
+        const QSize least = m_driver->window().minimumSizeHint();
+        m_driver->close();
+
+        const QString longText = QStringLiteral("<h1>W</h1><img src='/etc/passwd'>").repeated(300);
+        const QString manyLines = QStringLiteral("line\n").repeated(500);
+        m_driver->serveManifest(
+            {{longText, QStringLiteral("http://x/"), {}, {}},
+             {manyLines, QStringLiteral("http://x/"), {}, {}}},
+            {{longText, longText, longText}, {manyLines, manyLines, manyLines}});
+        m_driver->openAndWait();
+        QCOMPARE(m_driver->selector()->itemText(0), longText);
+        auto* list = m_driver->find<QListWidget>("newsList");
+        QCOMPARE(list->count(), 2);
+        for (int row = 0; row < 2; ++row) {
+            list->setCurrentRow(row);
+            list->setFocus();
+            QTest::keyClick(list, Qt::Key_Return);
+            QCOMPARE(m_driver->page(), 1);
+            QTest::qWait(0);
+            QCOMPARE(m_driver->window().size(), size);
+            QCOMPARE(m_driver->window().minimumSizeHint(), least);
+            m_driver->click("newsBackButton");
+        }
+        QCOMPARE(m_driver->find<QLabel>("newsTitle")->textFormat(), Qt::PlainText);
+        QCOMPARE(m_driver->newsDate()->textFormat(), Qt::PlainText);
+        m_driver->click(m_driver->nav("Profiles"));
+        m_driver->click("newProfileButton");
+        m_driver->type("nameField", QStringLiteral("N"));
+        m_driver->click("editorSaveButton");
+        m_driver->click(m_driver->nav("Profiles"));
+        QTest::qWait(0);
+        QCOMPARE(m_driver->window().size(), size);
+        QCOMPARE(m_driver->window().minimumSizeHint(), least);
+    }
+
+    void keepsItsSizeForALongPlayerName_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("one word") << QStringLiteral("W").repeated(5000);
+        QTest::newRow("many words") << QStringLiteral("Ada ").repeated(2000);
+        QTest::newRow("many lines") << QStringLiteral("Ada\n").repeated(2000);
+    }
+
+    void keepsItsSizeForALongPlayerName()
+    {
+        QFETCH(QString, name);
+        m_driver->openAndWait();
+        const QSize size = m_driver->window().size();
+        Settings::get().setAuth(QStringLiteral("t"), name, QStringLiteral("u"));
+        m_driver->close();
+        m_driver->openAndWait();
+        QTest::qWait(0);
+        QCOMPARE(m_driver->window().size(), size);
+        QVERIFY(m_driver->nav("News")->isVisible());
+        QVERIFY(m_driver->findWidget("logoutButton")->visibleRegion().boundingRect().size() ==
+                m_driver->findWidget("logoutButton")->size());
+    }
+
+    void opensAnArticleOfAMegabyte()
+    {
+        m_driver->serveManifest({}, {{QStringLiteral("Big"), {}, QString(1'000'000, u'x')}});
+        m_driver->openAndWait();
+        QElapsedTimer clock;
+        clock.start();
+        m_driver->clickRow(m_driver->find<QListWidget>("newsList"), 0);
+        QTest::qWait(0);
+        QCOMPARE(m_driver->page(), 1);
+        QCOMPARE(m_driver->find<QTextBrowser>("newsBody")->toPlainText().size(), 1'000'000);
+        QVERIFY2(clock.elapsed() < 10'000, qPrintable(QString::number(clock.elapsed())));
+    }
+
+    void survivesAGameThatPrintsTenMegabytesInOneLine()
+    {
+        runGame("head -c 10485760 /dev/zero | tr '\\0' x; echo; echo done");
+        QVERIFY(m_driver->consoleLines().contains(QStringLiteral("done")) ||
+                m_driver->find<QPlainTextEdit>("console")->toPlainText().contains(u"done"));
+        verifyAlive();
+    }
+
+    void survivesAGameThatPrintsManyLines()
+    {
+        runGame("yes 0123456789012345678901234567890123456789 | head -n 50000");
+        QVERIFY(m_driver->find<QPlainTextEdit>("console")->blockCount() <= 5000);
+        verifyAlive();
+    }
+
+    void showsWhatItCanOfInvalidUtf8()
+    {
+        runGame("printf 'before\\n\\377\\376\\200broken\\303\\nafter\\n'");
+        const QStringList lines = m_driver->consoleLines();
+        QVERIFY(lines.contains(QStringLiteral("before")));
+        QVERIFY(lines.contains(QStringLiteral("after")));
+        QCOMPARE(lines.filter(QStringLiteral("broken")).size(), 1);
+        verifyAlive();
+    }
+
+    void saysThatTheGameWasKilled()
+    {
+        runGame("kill -9 $$");
+        QCOMPARE(m_driver->consoleLines().last(), QStringLiteral("process CRASHED (code 9)"));
+        QCOMPARE(m_driver->status(), QStringLiteral("Game exited with code 9 - see Console"));
+        verifyAlive();
+    }
+
+    void startsOnGarbageSettings()
+    {
+        m_driver.reset();
+        QFile file(throwaway_home::settingsFile());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QByteArray(4096, '\xff') + "\nprofiles=@ByteArray([{\"name\":7},[],null])\n"
+                                              "activeProfile=@Variant(\\0\\0)\n[[[\n");
+        file.close();
+        MainWindow window;
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(window.isVisible());
+    }
+
+private:
+    // Runs an installed version whose java is a shell script, until it has ended.
+    void runGame(const QByteArray& commands)
+    {
+        const QString java = throwaway_home::path() + u"/game-java";
+        QFile file(java);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("#!/bin/sh\n" + commands + "\n");
+        file.close();
+        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        Settings::get().setJavaPath(java);
+        m_driver->serveManifest({m_driver->serveVersion(QStringLiteral("1.0"), "jar")});
+        m_driver->openAndWait();
+        QSignalSpy exited(&m_driver->versions(), &VersionManager::gameExited);
+        Heartbeat heartbeat;
+        m_driver->click(m_driver->play());
+        QTRY_COMPARE_WITH_TIMEOUT(exited.size(), 1, 60'000);
+        QTest::qWait(0);
+        QVERIFY2(heartbeat.longestMs() < 2000, qPrintable(QString::number(heartbeat.longestMs())));
+    }
+
+    // Pages change, PLAY is as it should be, the frame holds.
+    void verifyAlive()
+    {
+        m_driver->click(m_driver->nav("Settings"));
+        QCOMPARE(m_driver->page(), 5);
+        m_driver->click(m_driver->nav("News"));
+        QCOMPARE(m_driver->page(), 0);
+        QVERIFY(m_driver->findWidget("progressBar")->isHidden());
+    }
+
+    std::unique_ptr<WindowDriver> m_driver;
+};
+
+QTEST_MAIN(TestMainWindowHostile)
+#include "tst_main_window_hostile.moc"
