@@ -1,9 +1,11 @@
 #include "preview/skin_preview_3d.h"
 
 #include "preview/box_baking.h"
+#include "preview/draw_slices.h"
 #include "preview/model_import.h"
 #include "preview/png_image.h"
 
+#include <QElapsedTimer>
 #include <QMatrix4x4>
 #include <QMouseEvent>
 #include <QOpenGLContext>
@@ -25,6 +27,7 @@ constexpr float maxPitch = 1.4F;
 constexpr float unitsPerWheelStep = 0.002F;
 constexpr float minDistance = 1.2F;
 constexpr float maxDistance = 8.0F;
+constexpr int maxFrameMs = 200;
 constexpr float aimHeight = 1.0F; // the middle of the default figure
 
 constexpr char vertexShader[] = "#version 330 core\n"
@@ -162,6 +165,7 @@ void SkinPreview3D::uploadNow()
     m_buffer->allocate(vertices.constData(), static_cast<int>(vertices.size() * sizeof(float)));
     m_buffer->release();
     m_vertexCount = static_cast<int>(vertices.size() / BakedModel::floatsPerVertex);
+    m_slices = drawSlices(vertices);
 
     const QImage image = m_hasSkin           ? m_skin
                          : m_hasModelTexture ? m_modelTexture
@@ -204,9 +208,27 @@ void SkinPreview3D::drawModel()
     m_program->enableAttributeArray(1);
     m_program->setAttributeBuffer(0, GL_FLOAT, 0, 3, stride);
     m_program->setAttributeBuffer(1, GL_FLOAT, 3 * sizeof(float), 2, stride);
-    gl()->glDrawArrays(GL_TRIANGLES, 0, m_vertexCount);
+    drawSliced();
     m_buffer->release();
     m_program->release();
+}
+
+// One call, but for a model that was made to stall the window: that one gets as much of each frame
+// as the window can spare.
+void SkinPreview3D::drawSliced() const
+{
+    QElapsedTimer timer;
+    timer.start();
+    int first = 0;
+    for (const int count : m_slices) {
+        if (first > 0) {
+            gl()->glFinish();
+            if (timer.elapsed() > maxFrameMs)
+                break;
+        }
+        gl()->glDrawArrays(GL_TRIANGLES, first, count);
+        first += count;
+    }
 }
 
 void SkinPreview3D::mousePressEvent(QMouseEvent* event)

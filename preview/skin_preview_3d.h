@@ -3,6 +3,7 @@
 #include "preview/baked_model.h"
 
 #include <QImage>
+#include <QList>
 #include <QOpenGLBuffer>
 #include <QOpenGLTexture>
 #include <QOpenGLVertexArrayObject>
@@ -59,6 +60,7 @@ private:
     void uploadNow();
     void bakeDefaultModel();
     void drawModel();
+    void drawSliced() const;
     void releaseGl();
 
     std::unique_ptr<QOpenGLBuffer> m_buffer;
@@ -79,5 +81,6 @@ private:
     QTimer* m_timer;
     QPoint m_lastMousePosition;
     bool m_dragging = false;
+    QList<int> m_slices;                    // the draw calls of a frame
     QOpenGLVertexArrayObject m_vertexArray; // a core profile draws nothing without one
 };
