@@ -1,0 +1,149 @@
+#include "tests/support/backend_process.h"
+#include "tests/support/throwaway_home.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+#include <memory>
+
+namespace {
+
+constexpr int limitMs = 60'000;
+
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QStringList xdotool(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral("xdotool"), arguments);
+    if (!process.waitForFinished(limitMs))
+        qWarning("xdotool: %s", qPrintable(process.errorString()));
+    return QString::fromUtf8(process.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+}
+
+// The process that shows a window of this title and runs this executable; 0 when there is none.
+qint64 processShowing(const QString& title, const QString& exe)
+{
+    const QString pattern = u'^' + QRegularExpression::escape(title) + u'$';
+    const QStringList windows = xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                         QStringLiteral("--name"), pattern});
+    for (const QString& window : windows) {
+        const QString id = xdotool({QStringLiteral("getwindowpid"), window}).value(0);
+        if (QFileInfo(u"/proc/" + id + u"/exe").symLinkTarget() == exe)
+            return id.toLongLong();
+    }
+    return 0;
+}
+
+} // namespace
+
+// Two real launchers of different versions, the real backend, the real window: nothing stands in
+// for anything. The older one runs from a directory of its own.
+class TestUpdateSwap : public QObject
+{
+    Q_OBJECT
+
+public:
+    static void initMain() { throwaway_home::enter(); }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_home = std::make_unique<QTemporaryDir>();
+        m_backend = std::make_unique<BackendProcess>();
+        QVERIFY2(m_backend->start(), m_backend->output().constData());
+    }
+
+    void cleanup()
+    {
+        if (const qint64 id = processShowing(newTitle, exe())) {
+            ::kill(static_cast<pid_t>(id), SIGTERM);
+            QTRY_VERIFY(!QFile::exists(QStringLiteral("/proc/%1/exe").arg(id)));
+        }
+        m_backend.reset();
+        m_home.reset();
+    }
+
+    void olderLauncherBecomesTheNewer_data()
+    {
+        QTest::addColumn<QString>("platform");
+        QTest::newRow("build for Linux") << QStringLiteral("linux");
+        QTest::newRow("generic build") << QStringLiteral("generic");
+    }
+
+    void olderLauncherBecomesTheNewer()
+    {
+        QFETCH(QString, platform);
+        const auto published = m_backend->command(
+            {QStringLiteral("publish"), QStringLiteral("launcher"), QStringLiteral("--file"),
+             QStringLiteral(NEWER_LAUNCHER), QStringLiteral("--version"), QStringLiteral("1.0.16"),
+             QStringLiteral("--platform"), platform});
+        QVERIFY2(published.exitCode == 0, published.errors.constData());
+        install();
+
+        QProcess older;
+        older.setProcessEnvironment(environment());
+        older.setProcessChannelMode(QProcess::ForwardedChannels);
+        older.start(exe(), QStringList());
+        QTRY_COMPARE_WITH_TIMEOUT(processShowing(oldTitle, exe()), older.processId(), limitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(older.state(), QProcess::NotRunning, limitMs);
+        QCOMPARE(older.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(older.exitCode(), 0);
+
+        QTRY_VERIFY_WITH_TIMEOUT(processShowing(newTitle, exe()) != 0, limitMs);
+        QVERIFY(contentOf(exe()) == contentOf(QStringLiteral(NEWER_LAUNCHER)));
+        QVERIFY(QFileInfo(exe()).isExecutable());
+        QCOMPARE(QDir(m_home->filePath(directory)).entryList(QDir::Files),
+                 QStringList{QStringLiteral("tessellan-launcher")});
+        QTRY_VERIFY(!QFile::exists(m_home->filePath(script)));
+    }
+
+private:
+    QString exe() const { return m_home->filePath(QString(directory + u"/tessellan-launcher")); }
+
+    void install()
+    {
+        QVERIFY(QDir(m_home->path()).mkpath(directory));
+        QVERIFY(QDir(m_home->path()).mkpath(QStringLiteral("tmp")));
+        QVERIFY(QFile::copy(QStringLiteral(OLDER_LAUNCHER), exe()));
+        QSettings settings(m_home->filePath(QStringLiteral("config/Tessellan/Launcher.conf")),
+                           QSettings::IniFormat);
+        settings.setValue(QStringLiteral("serverUrl"), m_backend->origin());
+        settings.setValue(QStringLiteral("manifestUrl"),
+                          QString(m_backend->origin() + u"/manifest.json"));
+    }
+
+    QProcessEnvironment environment() const
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), m_home->path());
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
+                           m_home->filePath(QStringLiteral("config")));
+        environment.insert(QStringLiteral("XDG_DATA_HOME"),
+                           m_home->filePath(QStringLiteral("data")));
+        environment.insert(QStringLiteral("TMPDIR"), m_home->filePath(QStringLiteral("tmp")));
+        return environment;
+    }
+
+    const QString directory = QStringLiteral("my Spiele für später");
+    const QString script = QStringLiteral("tmp/tessellan_launcher_update.sh");
+    const QString oldTitle = QStringLiteral("Tessellan Launcher 1.0.15");
+    const QString newTitle = QStringLiteral("Tessellan Launcher 1.0.16");
+
+    std::unique_ptr<QTemporaryDir> m_home;
+    std::unique_ptr<BackendProcess> m_backend;
+};
+
+QTEST_GUILESS_MAIN(TestUpdateSwap)
+#include "tst_update_swap.moc"
