@@ -37,6 +37,8 @@ void UpdateDownload::takeFrom(QNetworkReply* reply)
 void UpdateDownload::onFinished(QNetworkReply* reply)
 {
     reply->deleteLater();
+    if (reply->bytesAvailable() > 0)
+        m_body.append(reply->readAll());
     const QString error = http::errorText(reply, m_body.size());
     if (!error.isEmpty())
         fail(error);

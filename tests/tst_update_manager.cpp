@@ -3,6 +3,7 @@
 #include "services/update_manager.h"
 #include "tests/support/http_server.h"
 #include "tests/support/throwaway_home.h"
+#include "tests/support/tls.h"
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
@@ -327,6 +328,25 @@ private Q_SLOTS:
         QTRY_COMPARE(m_log.size(), 2);
         QCOMPARE(m_server->requestCount("/moved"), 1);
         QCOMPARE(m_log.last(), "updateFailed " + mismatch.toUtf8());
+    }
+
+    void refusesToLeaveTls()
+    {
+        const TestAuthority authority;
+        authority.trust();
+        HttpServer safe(authority.serverFor({QStringLiteral("localhost")}));
+        safe.answer("/build", HttpAnswer::redirect(m_server->url(QStringLiteral("/plain"))));
+        m_server->answer("/plain", HttpAnswer::ok("a new build"));
+        const QString url = QStringLiteral("https://localhost:%1/build").arg(safe.port());
+        m_server->answer(
+            "/manifest.json",
+            HttpAnswer::json(manifest(build(QStringLiteral("1.0.17"), url, QString(64, u'0')))));
+        m_manager->checkForUpdate();
+        QTRY_COMPARE(m_log.size(), 2);
+        QVERIFY(m_log.last().startsWith("updateFailed "));
+        QVERIFY(!m_log.last().contains(mismatch.toUtf8()));
+        QCOMPARE(safe.requestCount("/build"), 1);
+        QCOMPARE(m_server->requestCount("/plain"), 0);
     }
 
     void diesQuietlyInTheMiddle()
