@@ -191,6 +191,8 @@ private Q_SLOTS:
             << ZipBuilder().directory("d").link("l", "d").link("l/evil", "..");
         QTest::newRow("chain of links")
             << ZipBuilder().link("d/up", "..").link("evil", "d/up/..").file("evil/x", "x");
+        QTest::newRow("chain of links from its own depth")
+            << ZipBuilder().link("d/up", "..").link("d/evil", "up/..");
         QTest::newRow("link in place of a directory")
             << ZipBuilder().directory("d").link("d", "..").file("d/evil", "x");
         QTest::newRow("file through a link in place of a directory")
@@ -226,12 +228,10 @@ private Q_SLOTS:
         const QByteArray whole = smallArchive().bytes();
         int refused = 0;
         for (qsizetype at = 0; at < whole.size(); ++at) {
-            for (const char change : {'\x2e', '\x81'}) {
-                QByteArray damaged = whole;
-                damaged[at] = static_cast<char>(damaged[at] ^ change);
-                writeFile(archive(), damaged);
-                refused += zip::extract(archive(), destination()) ? 0 : 1;
-            }
+            QByteArray damaged = whole;
+            damaged[at] = static_cast<char>(damaged[at] ^ (at % 2 == 0 ? '\x2e' : '\x81'));
+            writeFile(archive(), damaged);
+            refused += zip::extract(archive(), destination()) ? 0 : 1;
         }
         QVERIFY(refused > 0);
         assertNothingOutside();
@@ -267,6 +267,14 @@ private Q_SLOTS:
         QVERIFY(bomb.bytes().size() < mega / 10);
         QVERIFY(!extract(bomb));
         QVERIFY(bytesOnDisk(unpacked("zeros")) <= 65LL * mega);
+    }
+
+    void refusesMoreEntriesThanAnHonestArchiveHas()
+    {
+        ZipBuilder builder;
+        for (int i = 0; i <= 100'000; ++i)
+            builder.directory("d");
+        QVERIFY(!extract(builder));
     }
 
     void acceptsSmallFilesThatPackWell()

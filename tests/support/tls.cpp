@@ -1,6 +1,7 @@
 #include "tests/support/tls.h"
 
-#include <QFile>
+#include "tests/support/files.h"
+
 #include <QNetworkProxy>
 #include <QProcess>
 #include <QSslCertificate>
@@ -39,12 +40,6 @@ QStringList newCertificate(const QString& subject, const QString& key, const QSt
                        QStringLiteral("-out"),
                        certificate} +
            more;
-}
-
-QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 void pipe(QTcpSocket* from, QTcpSocket* to)
