@@ -32,7 +32,7 @@ Outcome<Done> Catalogue::addVersion(const QString& id, const QString& released,
     if (const auto fault = faultOfVersionId(id))
         return *fault;
     Transaction transaction(m_database);
-    note(jar);
+    Store::note(m_database, jar);
     // A version published again keeps its place in the list.
     m_database.run(u"INSERT INTO versions (id, file, released, position)"
                    " SELECT ?, ?, ?, COALESCE(MAX(position), 0) + 1 FROM versions WHERE true"
@@ -60,7 +60,7 @@ Outcome<Done> Catalogue::addNews(const QString& title, const QString& date, cons
 Outcome<Done> Catalogue::setLauncher(const LauncherBuild& build, const StoredFile& file)
 {
     Transaction transaction(m_database);
-    note(file);
+    Store::note(m_database, file);
     m_database.run(u"INSERT INTO launchers (platform, version, file) VALUES (?, ?, ?)"
                    " ON CONFLICT (platform) DO UPDATE SET version = excluded.version,"
                    " file = excluded.file"_s,
@@ -73,7 +73,7 @@ Outcome<Done> Catalogue::setLauncher(const LauncherBuild& build, const StoredFil
 Outcome<Done> Catalogue::setRuntime(const StoredFile& archive)
 {
     Transaction transaction(m_database);
-    note(archive);
+    Store::note(m_database, archive);
     m_database.run(u"INSERT INTO runtimes (platform, file) VALUES ('linux/x64', ?)"
                    " ON CONFLICT (platform) DO UPDATE SET file = excluded.file"_s,
                    {QString::fromLatin1(archive.sha256)});
@@ -138,13 +138,6 @@ QByteArray Catalogue::build()
 QString Catalogue::urlOf(const QVariant& sha256) const
 {
     return m_fileOrigin + Store::addressOf(sha256.toByteArray());
-}
-
-void Catalogue::note(const StoredFile& file)
-{
-    m_database.run(u"INSERT INTO files (sha256, size) VALUES (?, ?)"
-                   " ON CONFLICT (sha256) DO NOTHING"_s,
-                   {QString::fromLatin1(file.sha256), file.size});
 }
 
 void Catalogue::raiseRevision()

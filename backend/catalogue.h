@@ -43,7 +43,6 @@ public:
     static std::optional<Refusal> faultOfVersionId(const QString& id);
 
 private:
-    void note(const StoredFile& file);
     void raiseRevision();
     QByteArray build();
     QString urlOf(const QVariant& sha256) const;

@@ -2,43 +2,23 @@
 
 #include "backend/catalogue.h"
 #include "backend/digest.h"
+#include "backend/file_reply.h"
 #include "backend/router.h"
-
-#include <QFile>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-Reply noSuchFile()
-{
-    return reply::refused({404, u"There is no such file."_s});
-}
-
-Reply fileReply(const Call& call, const Store& store, const QByteArray& sha256, const Reply& how)
-{
-    const QString path = store.pathOf(sha256);
-    if (!QFile::exists(path))
-        return noSuchFile();
-    const QByteArray etag = '"' + sha256 + '"';
-    Reply reply = how;
-    reply.headers.emplaceBack("ETag", etag);
-    if (reply::matches(call.ifNoneMatch, etag))
-        reply.status = 304;
-    else
-        reply.file = path;
-    return reply;
-}
 
 // "ab/ab12...": the store's own layout, so that any static server can stand in.
 Reply storedFile(const Call& call, const Store& store, const QByteArray& parameter)
 {
     const QByteArray sha256 = parameter.mid(3);
     if (!Digest::isDigest(sha256) || parameter.left(3) != sha256.left(2) + '/')
-        return noSuchFile();
-    return fileReply(call, store, sha256,
-                     {.contentType = "application/octet-stream",
-                      .headers = {{"Cache-Control", "public, max-age=31536000, immutable"}}});
+        return file_reply::none();
+    return file_reply::make(
+        call, store, sha256,
+        {.contentType = "application/octet-stream",
+         .headers = {{"Cache-Control", "public, max-age=31536000, immutable"}}});
 }
 
 Reply runtime(const Call& call, Catalogue& catalogue, const Store& store,
@@ -52,7 +32,7 @@ Reply runtime(const Call& call, Catalogue& catalogue, const Store& store,
         return {.status = 302,
                 .headers = {{"Location", target.toUtf8()}, {"Cache-Control", "no-cache"}}};
     }
-    return fileReply(
+    return file_reply::make(
         call, store, *sha256,
         {.contentType = "application/zip", .headers = {{"Cache-Control", "no-cache"}}});
 }

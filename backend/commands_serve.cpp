@@ -1,5 +1,7 @@
 #include "backend/account_api.h"
 #include "backend/accounts.h"
+#include "backend/appearance.h"
+#include "backend/appearance_api.h"
 #include "backend/catalogue.h"
 #include "backend/catalogue_api.h"
 #include "backend/command.h"
@@ -111,8 +113,10 @@ int serve(const QStringList& words)
     listen->port = server.bind(listen->host, listen->port);
     const QString publicOrigin = origins[0].isEmpty() ? originOf(*listen) : origins[0];
     Catalogue catalogue(site.database(), origins[1].isEmpty() ? publicOrigin : origins[1]);
+    Appearance appearance(site.database(), site.store());
     account_api::addRoutes(router, accounts);
     catalogue_api::addRoutes(router, catalogue, site.store(), origins[1]);
+    appearance_api::addRoutes(router, appearance, site.store());
 
     command::print(u"Listening on "_s + originOf(*listen));
     signals.onStop([&server] { server.stop(); });

@@ -1,5 +1,6 @@
 #include "backend/store.h"
 
+#include "backend/database.h"
 #include "backend/digest.h"
 #include "backend/outcome.h"
 
@@ -105,6 +106,13 @@ void Store::publish(const QString& temporary, const QByteArray& sha256) const
         0)
         throw diskFault(path);
     syncDirectory(directory);
+}
+
+void Store::note(Database& database, const StoredFile& file)
+{
+    database.run(u"INSERT INTO files (sha256, size) VALUES (?, ?)"
+                 " ON CONFLICT (sha256) DO NOTHING"_s,
+                 {QString::fromLatin1(file.sha256), file.size});
 }
 
 QString Store::pathOf(const QByteArray& sha256) const

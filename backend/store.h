@@ -5,6 +5,7 @@
 
 #include <functional>
 
+class Database;
 class QIODevice;
 
 struct StoredFile
@@ -27,6 +28,9 @@ public:
 
     StoredFile add(QIODevice& source, const Progress& progress = {}) const;
     StoredFile add(const QByteArray& content) const;
+
+    // Enters a stored file in the database, so that other rows may refer to it.
+    static void note(Database& database, const StoredFile& file);
 
     QString pathOf(const QByteArray& sha256) const;
     // The part of a public address that leads to a file: "/files/ab/ab12...".

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "backend/call.h"
+
+class Store;
+
+namespace file_reply {
+
+// A stored file: its content, 304 when the client holds it, or 404. `how` brings the content type
+// and the caching.
+Reply make(const Call& call, const Store& store, const QByteArray& sha256, const Reply& how);
+Reply none();
+
+} // namespace file_reply
