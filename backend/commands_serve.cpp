@@ -109,7 +109,7 @@ int serve(const QStringList& words)
     Passwords passwords;
     Accounts accounts(site.database(), passwords);
     Router router([&accounts](const QByteArray& token) { return accounts.byToken(token); });
-    HttpServer server(router);
+    HttpServer server(router, nullptr);
     listen->port = server.bind(listen->host, listen->port);
     const QString publicOrigin = origins[0].isEmpty() ? originOf(*listen) : origins[0];
     Catalogue catalogue(site.database(), origins[1].isEmpty() ? publicOrigin : origins[1]);

@@ -1,145 +1,265 @@
 #include "backend/http_server.h"
 
+#include "backend/listen_socket.h"
 #include "backend/outcome.h"
-#include "backend/router.h"
 
-#include <httplib.h>
-
-#include <QFile>
+#include <array>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
-constexpr size_t workerThreads = 16;
+constexpr int workerThreads = 16;
+constexpr size_t maxConnections = 4000;
+constexpr int tickMs = 250;
 
-QByteArray headerOf(const httplib::Request& request, const char* name)
+constexpr auto idleTime = 15s;
+constexpr auto headTime = 10s;
+constexpr auto drainTime = 3s;
+constexpr auto stopTime = 10s;
+// A body or an answer may take this long, and as long again as its size needs at a slow pace.
+constexpr auto transferTime = 15s;
+constexpr qint64 slowestBytesPerSecond = 8 * 1024;
+
+auto transferTimeOf(qint64 bytes)
 {
-    return QByteArray::fromStdString(request.get_header_value(name));
+    return transferTime + std::chrono::seconds(bytes / slowestBytesPerSecond);
 }
 
-Call callOf(const httplib::Request& request)
+// Every connection is a file; the usual soft limit is for desktop programs.
+void raiseFileLimit()
 {
-    Call call;
-    call.method =
-        request.method == "HEAD" ? QByteArray("GET") : QByteArray::fromStdString(request.method);
-    call.path = QByteArray::fromStdString(request.path);
-    // A launcher whose server address ends in "/" asks for "//auth/login".
-    while (call.path.startsWith("//"))
-        call.path.remove(0, 1);
-    const QByteArray authorization = headerOf(request, "Authorization");
-    if (authorization.left(7).toLower() == "bearer ")
-        call.token = authorization.mid(7).trimmed();
-    call.contentType = headerOf(request, "Content-Type").split(';').first().trimmed().toLower();
-    call.ifNoneMatch = headerOf(request, "If-None-Match");
-    call.bodyBytes = headerOf(request, "Content-Length").toLongLong();
-    call.address = QString::fromStdString(request.remote_addr);
-    return call;
-}
-
-void streamFile(const QString& path, const QByteArray& contentType, httplib::Response& response)
-{
-    auto file = std::make_shared<QFile>(path);
-    if (!file->open(QIODevice::ReadOnly))
-        throw Fault(u"cannot read %1: %2"_s.arg(path, file->errorString()));
-    response.set_content_provider(
-        static_cast<size_t>(file->size()), contentType.toStdString(),
-        [file](size_t offset, size_t length, httplib::DataSink& sink) {
-            file->seek(static_cast<qint64>(offset));
-            const QByteArray block =
-                file->read(std::min<qint64>(static_cast<qint64>(length), 65536));
-            return !block.isEmpty() &&
-                   sink.write(block.constData(), static_cast<size_t>(block.size()));
-        });
-}
-
-void put(const Reply& reply, httplib::Response& response)
-{
-    response.status = reply.status;
-    for (const auto& [name, value] : reply.headers)
-        response.set_header(name.toStdString(), value.toStdString());
-    if (!reply.file.isEmpty())
-        streamFile(reply.file, reply.contentType, response);
-    else if (!reply.body.isEmpty())
-        response.set_content(reply.body.toStdString(), reply.contentType.toStdString());
-}
-
-bool readBody(const httplib::ContentReader& reader, Call& call, qint64 limit)
-{
-    return reader([&call, limit](const char* data, size_t size) {
-        call.body.append(data, static_cast<qsizetype>(size));
-        return call.body.size() <= limit;
-    });
-}
-
-Reply answer(const Router& router, Call& call, const httplib::ContentReader* reader)
-{
-    const auto match = router.match(call);
-    if (const Reply* refusal = std::get_if<Reply>(&match))
-        return *refusal;
-    const auto& found = std::get<Router::Match>(match);
-    if (reader && call.bodyBytes > 0 && !readBody(*reader, call, found.route->bodyLimit))
-        return reply::refused({400, u"The body did not arrive whole."_s});
-    return Router::answer(found, call);
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 2 * maxConnections + 100);
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 } // namespace
 
-HttpServer::HttpServer(const Router& router)
-    : m_router(router), m_server(std::make_unique<httplib::Server>())
+HttpServer::HttpServer(const Router& router, const Tls* tls)
+    : m_engine(router)
+    , m_tls(tls)
+    , m_poll(epoll_create1(EPOLL_CLOEXEC))
+    , m_wake(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+    , m_workers(workerThreads)
 {
-    m_server->new_task_queue = [] { return new httplib::ThreadPool(workerThreads); };
-    // One request per connection: a body that was turned away unread must not be taken for the
-    // next request.
-    m_server->set_keep_alive_max_count(1);
-    // No SO_REUSEPORT, which would let a second server share the port in silence.
-    m_server->set_socket_options([](socket_t socket) {
-        const int yes = 1;
-        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    });
-    m_server->set_pre_routing_handler(
-        [this](const httplib::Request& request, httplib::Response& response) {
-            Call call = callOf(request);
-            if (call.method == "POST" && !request.has_header("Transfer-Encoding") &&
-                !request.has_header("Content-Encoding"))
-                return httplib::Server::HandlerResponse::Unhandled;
-            put(request.method == "POST"
-                    ? reply::refused({411, u"The body must come plain and with its length."_s})
-                    : answer(m_router, call, nullptr),
-                response);
-            return httplib::Server::HandlerResponse::Handled;
-        });
-    m_server->Post("[^]*", [this](const httplib::Request& request, httplib::Response& response,
-                                  const httplib::ContentReader& reader) {
-        Call call = callOf(request);
-        put(answer(m_router, call, &reader), response);
-    });
-    m_server->set_exception_handler(
-        [](const httplib::Request&, httplib::Response& response, const std::exception_ptr&) {
-            put(reply::refused({500, u"The server had a problem. Try again later."_s}), response);
-        });
+    raiseFileLimit();
+    epoll_event event = {EPOLLIN, {.fd = m_wake}};
+    epoll_ctl(m_poll, EPOLL_CTL_ADD, m_wake, &event);
 }
 
-HttpServer::~HttpServer() = default;
+HttpServer::~HttpServer()
+{
+    if (m_listener >= 0)
+        ::close(m_listener);
+    ::close(m_wake);
+    ::close(m_poll);
+}
 
 int HttpServer::bind(const QString& host, int port)
 {
-    const std::string address = host.toStdString();
-    const bool bound = port == 0 ? (port = m_server->bind_to_any_port(address)) > 0
-                                 : m_server->bind_to_port(address, port);
-    if (!bound)
-        throw Fault(u"cannot listen on %1:%2: the port is in use or the address is not of this "
-                    "machine"_s.arg(host)
-                        .arg(port));
+    m_listener = listen_socket::open(host, port);
     return port;
 }
 
 void HttpServer::run()
 {
-    m_server->listen_after_bind();
+    Clock::time_point end = Clock::time_point::max();
+    while (!m_stopping || (!m_connections.empty() && Clock::now() < end)) {
+        // While it is full, newcomers wait in the kernel's queue.
+        const bool accepting = !m_stopping && m_connections.size() < maxConnections;
+        if (accepting != m_accepting) {
+            epoll_event event = {EPOLLIN, {.fd = m_listener}};
+            epoll_ctl(m_poll, accepting ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, m_listener, &event);
+            m_accepting = accepting;
+        }
+        std::array<epoll_event, 256> events;
+        const int count = epoll_wait(m_poll, events.data(), events.size(), tickMs);
+        for (int i = 0; i < count; ++i) {
+            const int socket = events[static_cast<size_t>(i)].data.fd;
+            if (socket == m_listener)
+                acceptAll();
+            else if (const auto found = m_connections.find(socket); found != m_connections.end())
+                handle(*found->second);
+        }
+        takeBackWorked();
+        dropLate();
+        if (m_stopAsked && !m_stopping) {
+            beginStop();
+            end = Clock::now() + stopTime;
+        }
+    }
 }
 
 void HttpServer::stop()
 {
-    m_server->stop();
+    m_stopAsked = true;
+    wake();
+}
+
+void HttpServer::wake() const
+{
+    const quint64 one = 1;
+    // A full counter wakes as well.
+    [[maybe_unused]] const ssize_t written = ::write(m_wake, &one, sizeof one);
+}
+
+void HttpServer::beginStop()
+{
+    m_stopping = true;
+    std::vector<const Connection*> idle;
+    for (const auto& [socket, connection] : m_connections) {
+        connection->closesAfterwards = true;
+        if (connection->state == Connection::State::Receiving && connection->input().isEmpty())
+            idle.push_back(connection.get());
+    }
+    for (const Connection* connection : idle)
+        drop(*connection);
+    epoll_ctl(m_poll, EPOLL_CTL_DEL, m_listener, nullptr);
+    ::close(m_listener);
+    m_listener = -1;
+}
+
+void HttpServer::acceptAll()
+{
+    while (m_connections.size() < maxConnections) {
+        QString address;
+        const int socket = listen_socket::accept(m_listener, address);
+        if (socket < 0)
+            return;
+        auto connection =
+            std::make_unique<Connection>(socket, address, m_tls ? m_tls->accept(socket) : nullptr);
+        connection->deadline = Clock::now() + headTime;
+        epoll_event event = {connection->events(), {.fd = socket}};
+        epoll_ctl(m_poll, EPOLL_CTL_ADD, socket, &event);
+        m_connections[socket] = std::move(connection);
+    }
+}
+
+void HttpServer::handle(Connection& connection)
+{
+    switch (connection.state) {
+    case Connection::State::Receiving:
+        return receive(connection);
+    case Connection::State::Sending:
+        return send(connection);
+    case Connection::State::Draining:
+        if (connection.drain() == Connection::Io::Ended)
+            drop(connection);
+        return;
+    case Connection::State::Working:
+        return;
+    }
+}
+
+void HttpServer::receive(Connection& connection)
+{
+    const bool wasIdle = connection.input().isEmpty();
+    if (connection.receive() == Connection::Io::Ended)
+        return drop(connection);
+    if (wasIdle && !connection.input().isEmpty())
+        connection.deadline = Clock::now() + headTime;
+    proceed(connection);
+}
+
+// With what has been received: to a worker, to an answer, or on with waiting.
+void HttpServer::proceed(Connection& connection)
+{
+    if (connection.isRequestReady())
+        return dispatch(connection);
+    if (connection.isHeadTooLarge()) {
+        HttpEngine::refuseHead(connection);
+        connection.state = Connection::State::Sending;
+        return send(connection);
+    }
+    watch(connection);
+}
+
+void HttpServer::dispatch(Connection& connection)
+{
+    connection.state = Connection::State::Working;
+    epoll_ctl(m_poll, EPOLL_CTL_DEL, connection.socket(), nullptr);
+    m_workers.enqueue([this, &connection] {
+        m_engine.process(connection);
+        {
+            const std::lock_guard lock(m_mutex);
+            m_worked.push_back(&connection);
+        }
+        wake();
+    });
+}
+
+void HttpServer::takeBackWorked()
+{
+    quint64 count = 0;
+    if (::read(m_wake, &count, sizeof count) < 0)
+        return;
+    std::vector<Connection*> worked;
+    {
+        const std::lock_guard lock(m_mutex);
+        worked.swap(m_worked);
+    }
+    for (Connection* connection : worked) {
+        epoll_event event = {0, {.fd = connection->socket()}};
+        epoll_ctl(m_poll, EPOLL_CTL_ADD, connection->socket(), &event);
+        connection->closesAfterwards = connection->closesAfterwards || m_stopping;
+        connection->state = Connection::State::Sending;
+        connection->deadline =
+            Clock::now() + transferTimeOf(connection->bytesToSend() + connection->bodyNeeded());
+        send(*connection);
+    }
+}
+
+void HttpServer::send(Connection& connection)
+{
+    const Connection::Io io = connection.send();
+    if (io == Connection::Io::Ended)
+        return drop(connection);
+    if (io == Connection::Io::Waiting)
+        return watch(connection);
+    if (connection.bodyNeeded() > 0) {
+        // Not answered yet; what was sent was leave to go on. The deadline stands.
+        connection.state = Connection::State::Receiving;
+        return receive(connection);
+    }
+    if (connection.closesAfterwards) {
+        connection.finishSending();
+        connection.state = Connection::State::Draining;
+        connection.deadline = Clock::now() + drainTime;
+        return watch(connection);
+    }
+    connection.state = Connection::State::Receiving;
+    connection.deadline = Clock::now() + (connection.input().isEmpty() ? idleTime : headTime);
+    // The next request may be here already.
+    receive(connection);
+}
+
+void HttpServer::watch(Connection& connection)
+{
+    epoll_event event = {connection.events(), {.fd = connection.socket()}};
+    epoll_ctl(m_poll, EPOLL_CTL_MOD, connection.socket(), &event);
+}
+
+void HttpServer::drop(const Connection& connection)
+{
+    m_connections.erase(connection.socket());
+}
+
+void HttpServer::dropLate()
+{
+    const auto now = Clock::now();
+    if (now < m_nextLateCheck)
+        return;
+    m_nextLateCheck = now + std::chrono::milliseconds(tickMs);
+    std::erase_if(m_connections, [now](const auto& entry) {
+        const Connection& connection = *entry.second;
+        return connection.state != Connection::State::Working && connection.deadline < now;
+    });
 }

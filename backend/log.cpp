@@ -1,21 +1,22 @@
 #include "backend/log.h"
 
 #include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
 
+#include <atomic>
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-void write(QLatin1StringView level, const QString& text)
+std::atomic<bool> isQuiet = false;
+
+void write(QJsonObject line)
 {
-    QString line =
-        QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs) + u' ' + level + u' ';
-    for (const QChar c : text)
-        line += c.isPrint() ? c : u'?';
-    line += u'\n';
-    const QByteArray bytes = line.toUtf8();
+    line.insert(u"time"_s, QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
+    const QByteArray bytes = QJsonDocument(line).toJson(QJsonDocument::Compact) + '\n';
     // One call, so that lines of several threads do not mix.
     std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
 }
@@ -24,14 +25,27 @@ void write(QLatin1StringView level, const QString& text)
 
 namespace logging {
 
-void info(const QString& text)
+void request(const Request& request)
 {
-    write("info"_L1, text);
+    if (isQuiet)
+        return;
+    write({{u"event"_s, u"request"_s},
+           {u"address"_s, request.address},
+           {u"method"_s, QString::fromUtf8(request.method)},
+           {u"path"_s, QString::fromUtf8(request.path)},
+           {u"status"_s, request.status},
+           {u"bytes"_s, request.bytes},
+           {u"ms"_s, double(request.microseconds) / 1000}});
 }
 
 void error(const QString& text)
 {
-    write("error"_L1, text);
+    write({{u"event"_s, u"error"_s}, {u"text"_s, text}});
+}
+
+void setQuiet(bool quiet)
+{
+    isQuiet = quiet;
 }
 
 } // namespace logging

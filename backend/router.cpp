@@ -1,7 +1,5 @@
 #include "backend/router.h"
 
-#include "backend/log.h"
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -65,14 +63,4 @@ std::optional<Refusal> Router::faultBeforeBody(const Route& route, Call& call) c
         return Refusal{415,
                        u"The content type must be %1."_s.arg(QString::fromLatin1(route.bodyType))};
     return {};
-}
-
-Reply Router::answer(const Match& match, const Call& call)
-{
-    try {
-        return match.route->handler(call, match.parameter);
-    } catch (const Fault& fault) {
-        logging::error(fault.text());
-        return reply::refused({500, u"The server had a problem. Try again later."_s});
-    }
 }

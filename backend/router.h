@@ -40,8 +40,6 @@ public:
     };
     // Sets call.account where the operation needs one.
     std::variant<Match, Reply> match(Call& call) const;
-    // Runs the handler; a Fault becomes a plain 500, its text goes to the log alone.
-    static Reply answer(const Match& match, const Call& call);
 
 private:
     std::optional<Refusal> faultBeforeBody(const Route& route, Call& call) const;

@@ -83,7 +83,7 @@ QByteArray withChunk(const QByteArray& png, const QByteArray& extra)
     return png.left(33) + extra + png.mid(33);
 }
 
-QByteArray withSize(QByteArray png, quint32 width, quint32 height)
+QByteArray withSize(const QByteArray& png, quint32 width, quint32 height)
 {
     QByteArray header = png.mid(16, 13);
     qToBigEndian(width, header.data());
@@ -138,7 +138,8 @@ void TestBackendAppearance::initTestCase()
 
 RawReply TestBackendAppearance::uploadSkin(const QByteArray& png)
 {
-    return raw_http::post(m_backend.port(), "image/png", png, {raw_http::bearer(m_token)});
+    return raw_http::post(m_backend.port(), "/skins/upload", "image/png", png,
+                          {raw_http::bearer(m_token)});
 }
 
 RawReply TestBackendAppearance::uploadModel(const QByteArray& json)
