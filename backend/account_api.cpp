@@ -1,6 +1,7 @@
 #include "backend/account_api.h"
 
 #include "backend/accounts.h"
+#include "backend/login_guard.h"
 #include "backend/router.h"
 
 #include <QJsonDocument>
@@ -53,12 +54,12 @@ Reply registerAccount(Accounts& accounts, const Call& call)
     return sessionReply(accounts.registerAccount(texts->at(0), texts->at(1)));
 }
 
-Reply login(Accounts& accounts, const Call& call)
+Reply login(LoginGuard& guard, const Call& call)
 {
     const auto texts = textsOf(call.body, {u"username"_s, u"password"_s});
     if (!texts)
         return reply::refused(texts.refusal());
-    return sessionReply(accounts.login(texts->at(0), texts->at(1)));
+    return sessionReply(guard.login(texts->at(0), texts->at(1), call.address));
 }
 
 Reply rename(Accounts& accounts, const Call& call)
@@ -80,7 +81,7 @@ Reply logout(Accounts& accounts, const Call& call)
 
 namespace account_api {
 
-void addRoutes(Router& router, Accounts& accounts)
+void addRoutes(Router& router, Accounts& accounts, LoginGuard& guard)
 {
     const QByteArray json = "application/json";
     router.add(
@@ -90,12 +91,12 @@ void addRoutes(Router& router, Accounts& accounts)
                                 const QByteArray&) { return registerAccount(accounts, call); },
          .bodyType = json,
          .bodyLimit = bodyLimit});
-    router.add({.method = "POST",
-                .pattern = "/auth/login",
-                .handler = [&accounts](const Call& call,
-                                       const QByteArray&) { return login(accounts, call); },
-                .bodyType = json,
-                .bodyLimit = bodyLimit});
+    router.add(
+        {.method = "POST",
+         .pattern = "/auth/login",
+         .handler = [&guard](const Call& call, const QByteArray&) { return login(guard, call); },
+         .bodyType = json,
+         .bodyLimit = bodyLimit});
     router.add(
         {.method = "GET",
          .pattern = "/auth/validate",

@@ -15,8 +15,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 daySeconds = 24 * 60 * 60;
-constexpr qint64 sessionSeconds = 30 * daySeconds;
 // Not every request writes: a session's last use is noted at most once an hour.
 constexpr qint64 lastUseGrainSeconds = 60 * 60;
 

@@ -29,6 +29,8 @@ struct Session
 class Accounts
 {
 public:
+    static constexpr qint64 sessionSeconds = 30LL * 24 * 60 * 60;
+
     Accounts(Database& database, Passwords& passwords);
 
     Outcome<Session> registerAccount(const QString& name, const QString& password);

@@ -1,6 +1,7 @@
 #include "backend/appearance.h"
 
 #include "backend/database.h"
+#include "backend/store_lock.h"
 
 using namespace Qt::StringLiterals;
 
@@ -15,6 +16,7 @@ QString columnOf(Appearance::Kind kind)
 
 void Appearance::set(Kind kind, const Account& account, const QByteArray& content)
 {
+    const StoreLock lock(m_store, StoreLock::Mode::Shared);
     const StoredFile file = m_store.add(content);
     Transaction transaction(m_database);
     Store::note(m_database, file);

@@ -47,6 +47,11 @@ Options::Options(QString name, const QString& description) : m_name(std::move(na
     m_parser.setApplicationDescription(description);
     m_parser.addOption({u"help"_s, u"Show this text."_s});
     m_parser.addOption({u"data"_s, u"The data directory; created when missing."_s, u"DIR"_s});
+    m_parser.addOption({u"database"_s,
+                        u"A PostgreSQL database instead of the SQLite file in the data directory: "
+                        "postgresql://USER@HOST:PORT/NAME. Its password comes from the environment "
+                        "(PGPASSWORD) or from ~/.pgpass."_s,
+                        u"URL"_s});
 }
 
 void Options::add(const QString& option, const QString& description, const QString& valueName,
@@ -83,6 +88,9 @@ std::optional<int> Options::parse(const QStringList& words)
         if (m_parser.value(option).isEmpty())
             return wrongUsage(u"--%1 is missing."_s.arg(option), m_name);
     }
+    const QString database = m_parser.value(u"database"_s);
+    if (!database.isEmpty() && !database.startsWith("postgresql://"_L1))
+        return wrongUsage(u"--database must begin with postgresql://."_s, m_name);
     const qsizetype given = m_parser.positionalArguments().size();
     if (given < (m_takesWord ? 1 : 0))
         return wrongUsage(u"Something is missing at the end of the command."_s, m_name);

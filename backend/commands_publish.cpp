@@ -35,7 +35,7 @@ int publishVersion(const QStringList& words)
         return command::fail(*fault);
     if (const auto jar = archives::checkJar(options.value(u"file"_s)); !jar)
         return command::fail(jar.refusal());
-    Site site(options.value(u"data"_s));
+    Site site(options.value(u"data"_s), options.value(u"database"_s));
     const StoredFile jar = storeFile(site.store(), options.value(u"file"_s));
     const auto added =
         Catalogue(site.database(), {}).addVersion(id, options.value(u"released"_s), jar);
@@ -65,7 +65,7 @@ int publishNews(const QStringList& words)
             return command::fail(u"cannot read %1: %2"_s.arg(file.fileName(), file.errorString()));
         body = QString::fromUtf8(file.readAll());
     }
-    Site site(options.value(u"data"_s));
+    Site site(options.value(u"data"_s), options.value(u"database"_s));
     const auto added = Catalogue(site.database(), {})
                            .addNews(options.value(u"title"_s), options.value(u"date"_s), body);
     if (!added)
@@ -98,7 +98,7 @@ int publishLauncher(const QStringList& words)
         if (!archive)
             return command::fail(archive.refusal());
     }
-    Site site(options.value(u"data"_s));
+    Site site(options.value(u"data"_s), options.value(u"database"_s));
     const StoredFile file = storeFile(site.store(), options.value(u"file"_s));
     if (file.size == 0)
         return command::fail(u"the file is empty"_s);
@@ -125,7 +125,7 @@ int publishRuntime(const QStringList& words)
                        path.endsWith(".tgz"_L1, Qt::CaseInsensitive);
     if (!known)
         return command::fail(u"the runtime must be a .zip or a .tar.gz"_s);
-    Site site(options.value(u"data"_s));
+    Site site(options.value(u"data"_s), options.value(u"database"_s));
     const QString scratch = site.store().temporaryPath();
     const auto removeScratch = qScopeGuard([&scratch] { QFile::remove(scratch); });
     const auto zip = archives::runtimeAsZip(path, scratch);

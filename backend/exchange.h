@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QString>
 
 #include <httplib.h>
 
@@ -25,6 +26,7 @@ public:
     const QByteArray& answer() const { return m_answer; }
 
     // Found out while the request is worked on.
+    QString client; // its address, behind a trusted proxy
     QByteArray range;
     bool expectsContinue = false;
     bool isUnderstood = false; // the head made sense to the library

@@ -26,7 +26,7 @@ QByteArray headerOf(const httplib::Request& request, const char* name)
     return QByteArray::fromStdString(request.get_header_value(name));
 }
 
-Call callOf(const httplib::Request& request, const Connection& connection)
+Call callOf(const httplib::Request& request)
 {
     Call call;
     call.method =
@@ -40,7 +40,6 @@ Call callOf(const httplib::Request& request, const Connection& connection)
         call.token = authorization.mid(7).trimmed();
     call.contentType = headerOf(request, "Content-Type").split(';').first().trimmed().toLower();
     call.ifNoneMatch = headerOf(request, "If-None-Match");
-    call.address = connection.address();
     return call;
 }
 
@@ -117,7 +116,8 @@ void openFile(const httplib::Request& request, httplib::Response& response, Exch
 
 } // namespace
 
-HttpEngine::HttpEngine(const Router& router) : m_router(router)
+HttpEngine::HttpEngine(const Router& router, QStringList trustedProxies)
+    : m_router(router), m_trustedProxies(std::move(trustedProxies))
 {
     set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
         Exchange& exchange = *currentExchange;
@@ -179,7 +179,7 @@ void HttpEngine::process(Connection& connection)
     connection.closesAfterwards = exchange.closes || clientCloses;
     connection.consume(
         std::min<qsizetype>(connection.input().size(), connection.headEnd() + exchange.bodyBytes));
-    logging::request({connection.address(), QByteArray::fromStdString(method),
+    logging::request({exchange.client, QByteArray::fromStdString(method),
                       QByteArray::fromStdString(path), exchange.status, connection.bytesToSend(),
                       timer.nsecsElapsed() / 1000});
 }
@@ -188,7 +188,8 @@ Reply HttpEngine::replyTo(const httplib::Request& request, Exchange& exchange) c
 {
     const Connection& connection = exchange.connection();
     const qsizetype arrived = connection.input().size() - connection.headEnd();
-    Call call = callOf(request, connection);
+    Call call = callOf(request);
+    call.address = exchange.client = clientOf(request, connection);
     if (const auto fault = faultOfFraming(request, exchange.bodyBytes)) {
         // Nobody knows where the next request begins.
         exchange.closes = true;
@@ -212,6 +213,17 @@ Reply HttpEngine::replyTo(const httplib::Request& request, Exchange& exchange) c
         exchange.closes = exchange.closes || arrived < call.bodyBytes;
         return serverFault(fault);
     }
+}
+
+// A proxy that we trust appends the address that it saw; what stands before it is the client's own
+// word.
+QString HttpEngine::clientOf(const httplib::Request& request, const Connection& connection) const
+{
+    if (!m_trustedProxies.contains(connection.address()))
+        return connection.address();
+    const QString seen = QString::fromLatin1(headerOf(request, "X-Forwarded-For"));
+    const QString last = seen.section(u',', -1).trimmed();
+    return last.isEmpty() ? connection.address() : last;
 }
 
 void HttpEngine::put(const httplib::Request& request, httplib::Response& response,

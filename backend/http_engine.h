@@ -2,6 +2,8 @@
 
 #include "backend/call.h"
 
+#include <QStringList>
+
 #include <httplib.h>
 
 class Connection;
@@ -14,7 +16,7 @@ class Router;
 class HttpEngine : private httplib::Server
 {
 public:
-    explicit HttpEngine(const Router& router);
+    HttpEngine(const Router& router, QStringList trustedProxies);
 
     // Answers the request at the front of the connection's input, or asks the connection for the
     // body that is missing (bodyNeeded() is then more than has arrived).
@@ -27,5 +29,8 @@ private:
     void put(const httplib::Request& request, httplib::Response& response, Exchange& exchange,
              const Reply& reply) const;
 
+    QString clientOf(const httplib::Request& request, const Connection& connection) const;
+
     const Router& m_router;
+    const QStringList m_trustedProxies;
 };

@@ -43,12 +43,10 @@ void raiseFileLimit()
 
 } // namespace
 
-HttpServer::HttpServer(const Router& router, const Tls* tls)
-    : m_engine(router)
-    , m_tls(tls)
-    , m_poll(epoll_create1(EPOLL_CLOEXEC))
-    , m_wake(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
-    , m_workers(workerThreads)
+HttpServer::HttpServer(const Router& router, ListenSocket& listener, const Options& options)
+    : m_engine(router, options.trustedProxies), m_listener(listener), m_tls(options.tls),
+      m_poll(epoll_create1(EPOLL_CLOEXEC)), m_wake(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      m_workers(workerThreads)
 {
     raiseFileLimit();
     epoll_event event = {EPOLLIN, {.fd = m_wake}};
@@ -57,16 +55,8 @@ HttpServer::HttpServer(const Router& router, const Tls* tls)
 
 HttpServer::~HttpServer()
 {
-    if (m_listener >= 0)
-        ::close(m_listener);
     ::close(m_wake);
     ::close(m_poll);
-}
-
-int HttpServer::bind(const QString& host, int port)
-{
-    m_listener = listen_socket::open(host, port);
-    return port;
 }
 
 void HttpServer::run()
@@ -76,15 +66,16 @@ void HttpServer::run()
         // While it is full, newcomers wait in the kernel's queue.
         const bool accepting = !m_stopping && m_connections.size() < maxConnections;
         if (accepting != m_accepting) {
-            epoll_event event = {EPOLLIN, {.fd = m_listener}};
-            epoll_ctl(m_poll, accepting ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, m_listener, &event);
+            epoll_event event = {EPOLLIN, {.fd = m_listener.handle()}};
+            epoll_ctl(m_poll, accepting ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, m_listener.handle(),
+                      &event);
             m_accepting = accepting;
         }
         std::array<epoll_event, 256> events;
         const int count = epoll_wait(m_poll, events.data(), events.size(), tickMs);
         for (int i = 0; i < count; ++i) {
             const int socket = events[static_cast<size_t>(i)].data.fd;
-            if (socket == m_listener)
+            if (socket == m_listener.handle())
                 acceptAll();
             else if (const auto found = m_connections.find(socket); found != m_connections.end())
                 handle(*found->second);
@@ -122,16 +113,15 @@ void HttpServer::beginStop()
     }
     for (const Connection* connection : idle)
         drop(*connection);
-    epoll_ctl(m_poll, EPOLL_CTL_DEL, m_listener, nullptr);
-    ::close(m_listener);
-    m_listener = -1;
+    epoll_ctl(m_poll, EPOLL_CTL_DEL, m_listener.handle(), nullptr);
+    m_listener.close();
 }
 
 void HttpServer::acceptAll()
 {
     while (m_connections.size() < maxConnections) {
         QString address;
-        const int socket = listen_socket::accept(m_listener, address);
+        const int socket = m_listener.accept(address);
         if (socket < 0)
             return;
         auto connection =

@@ -5,7 +5,7 @@
 #include "backend/tls.h"
 #include "backend/worker_pool.h"
 
-#include <QString>
+#include <QStringList>
 
 #include <atomic>
 #include <memory>
@@ -13,6 +13,7 @@
 #include <unordered_map>
 #include <vector>
 
+class ListenSocket;
 class Router;
 
 // The network side of the server: one loop that waits for all clients at once, and a few workers
@@ -21,14 +22,15 @@ class Router;
 class HttpServer
 {
 public:
-    // `tls` may be null: plain HTTP.
-    HttpServer(const Router& router, const Tls* tls);
+    struct Options
+    {
+        const Tls* tls = nullptr; // none: plain HTTP
+        QStringList trustedProxies;
+    };
+    HttpServer(const Router& router, ListenSocket& listener, const Options& options);
     ~HttpServer();
     Q_DISABLE_COPY_MOVE(HttpServer)
 
-    // Takes the address for itself alone (port 0: any free one) and hands back the port. Throws
-    // Fault when it is taken.
-    int bind(const QString& host, int port);
     // Serves until stop(); what is being answered then is still answered.
     void run();
     // From any thread.
@@ -51,8 +53,8 @@ private:
     void wake() const;
 
     HttpEngine m_engine;
+    ListenSocket& m_listener;
     const Tls* m_tls;
-    int m_listener = -1;
     int m_poll;
     int m_wake;
     bool m_accepting = false;

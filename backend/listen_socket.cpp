@@ -32,45 +32,53 @@ Addresses resolve(const QString& host, int port)
     return {found, &freeaddrinfo};
 }
 
-int boundPort(int socket)
+} // namespace
+
+ListenSocket::ListenSocket(const QString& host, int port)
+{
+    const Addresses address = resolve(host, port);
+    m_handle = ::socket(address->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    const int yes = 1;
+    // Not SO_REUSEPORT, with which a second server would share the port in silence.
+    setsockopt(m_handle, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    if (::bind(m_handle, address->ai_addr, address->ai_addrlen) == 0 &&
+        ::listen(m_handle, backlog) == 0)
+        return;
+    const QString why =
+        errno == EADDRINUSE ? u"the port is in use"_s : QString::fromLocal8Bit(strerror(errno));
+    close();
+    throw Fault(u"cannot listen on %1:%2: %3"_s.arg(host).arg(port).arg(why));
+}
+
+ListenSocket::~ListenSocket()
+{
+    close();
+}
+
+void ListenSocket::close()
+{
+    if (m_handle >= 0)
+        ::close(m_handle);
+    m_handle = -1;
+}
+
+int ListenSocket::port() const
 {
     sockaddr_storage address = {};
     socklen_t size = sizeof address;
     std::array<char, NI_MAXSERV> service = {};
-    if (getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
+    if (getsockname(m_handle, reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
         getnameinfo(reinterpret_cast<sockaddr*>(&address), size, nullptr, 0, service.data(),
                     service.size(), NI_NUMERICSERV) != 0)
         return 0;
     return QByteArray(service.data()).toInt();
 }
 
-} // namespace
-
-namespace listen_socket {
-
-int open(const QString& host, int& port)
-{
-    const Addresses address = resolve(host, port);
-    const int socket = ::socket(address->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    const int yes = 1;
-    // Not SO_REUSEPORT, with which a second server would share the port in silence.
-    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    if (::bind(socket, address->ai_addr, address->ai_addrlen) != 0 ||
-        ::listen(socket, backlog) != 0) {
-        const QString why =
-            errno == EADDRINUSE ? u"the port is in use"_s : QString::fromLocal8Bit(strerror(errno));
-        ::close(socket);
-        throw Fault(u"cannot listen on %1:%2: %3"_s.arg(host).arg(port).arg(why));
-    }
-    port = boundPort(socket);
-    return socket;
-}
-
-int accept(int listener, QString& address)
+int ListenSocket::accept(QString& address) const
 {
     sockaddr_storage peer = {};
     socklen_t size = sizeof peer;
-    const int socket = ::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size,
+    const int socket = ::accept4(m_handle, reinterpret_cast<sockaddr*>(&peer), &size,
                                  SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (socket < 0)
         return -1;
@@ -82,5 +90,3 @@ int accept(int listener, QString& address)
         address = QString::fromLatin1(name.data());
     return socket;
 }
-
-} // namespace listen_socket

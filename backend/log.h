@@ -3,8 +3,9 @@
 #include <QByteArray>
 #include <QString>
 
-// One JSON object per line on standard error, with the time in UTC. Tokens, passwords and bodies
-// never get here: requests are logged by their path, without what follows a "?".
+// One JSON object per line, with the time in UTC: errors on standard error, requests where
+// openAccessLog() says. Tokens, passwords and bodies never get here: requests are logged by their
+// path, without what follows a "?".
 namespace logging {
 
 struct Request
@@ -17,9 +18,10 @@ struct Request
     qint64 microseconds = 0;
 };
 
+// A file that lines are appended to, or "-" for standard error. Without it no requests are logged.
+// Throws Fault when the file cannot be written.
+void openAccessLog(const QString& path);
 void request(const Request& request);
 void error(const QString& text);
-// Leaves errors alone to be logged.
-void setQuiet(bool quiet);
 
 } // namespace logging

@@ -10,7 +10,8 @@
 class Site
 {
 public:
-    explicit Site(const QString& directory);
+    // The database is an SQLite file in the directory, unless another is named.
+    explicit Site(const QString& directory, const QString& databaseUrl = {});
 
     Database& database() { return m_database; }
     const Store& store() const { return m_store; }

@@ -6,6 +6,7 @@
 
 #include <QBuffer>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QUuid>
 
@@ -125,6 +126,27 @@ QString Store::addressOf(const QByteArray& sha256)
     Q_ASSERT(Digest::isDigest(sha256));
     const QString name = QString::fromLatin1(sha256);
     return u"/files/"_s + name.left(2) + u'/' + name;
+}
+
+QList<QByteArray> Store::list() const
+{
+    QList<QByteArray> found;
+    QDirIterator files(m_directory + "/files"_L1, QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        files.next();
+        const QByteArray name = files.fileName().toLatin1();
+        if (Digest::isDigest(name))
+            found.append(name);
+    }
+    return found;
+}
+
+void Store::clearTemporary() const
+{
+    QDir directory(m_directory + "/tmp"_L1);
+    const QStringList names = directory.entryList(QDir::Files | QDir::Hidden);
+    for (const QString& name : names)
+        directory.remove(name);
 }
 
 QString Store::temporaryPath() const

@@ -35,6 +35,12 @@ public:
     QString pathOf(const QByteArray& sha256) const;
     // The part of a public address that leads to a file: "/files/ab/ab12...".
     static QString addressOf(const QByteArray& sha256);
+    // The digests of all files that lie there.
+    QList<QByteArray> list() const;
+    // What StoreLock locks.
+    QString lockPath() const { return m_directory + QStringLiteral("/store.lock"); }
+    // Removes scratch files that a crash left; only while nobody else writes.
+    void clearTemporary() const;
     // A name for a scratch file on the store's own disk.
     QString temporaryPath() const;
 
