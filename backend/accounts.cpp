@@ -49,14 +49,6 @@ std::optional<Refusal> faultOfName(const QString& name)
     return Refusal{400, u"A username has 3 to 16 letters, digits or underscores."_s};
 }
 
-std::optional<Refusal> faultOfPassword(const QString& password)
-{
-    const qsizetype characters = password.toUcs4().size();
-    if (password.isValidUtf16() && characters >= 8 && characters <= 128)
-        return {};
-    return Refusal{400, u"A password has 8 to 128 characters."_s};
-}
-
 QString tokenHash(const QByteArray& token)
 {
     return QString::fromLatin1(Digest::of(token));
@@ -165,4 +157,12 @@ Outcome<Account> Accounts::rename(const Account& account, const QString& newName
     if (renamed.numRowsAffected() != 1)
         return nameTaken();
     return Account{account.uuid, newName};
+}
+
+std::optional<Refusal> Accounts::faultOfPassword(const QString& password)
+{
+    const qsizetype characters = password.toUcs4().size();
+    if (password.isValidUtf16() && characters >= 8 && characters <= 128)
+        return {};
+    return Refusal{400, u"A password has 8 to 128 characters."_s};
 }

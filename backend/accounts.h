@@ -39,6 +39,9 @@ public:
     Outcome<Done> logout(const QByteArray& token);
     Outcome<Account> rename(const Account& account, const QString& newName);
 
+    // What is wrong with a password, or nothing.
+    static std::optional<Refusal> faultOfPassword(const QString& password);
+
 private:
     Session startSession(const Account& account);
 

@@ -32,6 +32,7 @@ Outcome<Done> Catalogue::addVersion(const QString& id, const QString& released,
     if (const auto fault = faultOfVersionId(id))
         return *fault;
     Transaction transaction(m_database);
+    raiseRevision();
     Store::note(m_database, jar);
     // A version published again keeps its place in the list.
     m_database.run(u"INSERT INTO versions (id, file, released, position)"
@@ -39,7 +40,6 @@ Outcome<Done> Catalogue::addVersion(const QString& id, const QString& released,
                    " ON CONFLICT (id) DO UPDATE SET file = excluded.file,"
                    " released = excluded.released"_s,
                    {id, QString::fromLatin1(jar.sha256), released});
-    raiseRevision();
     transaction.commit();
     return Done();
 }
@@ -49,10 +49,10 @@ Outcome<Done> Catalogue::addNews(const QString& title, const QString& date, cons
     if (title.trimmed().isEmpty())
         return Refusal{400, u"News need a title."_s};
     Transaction transaction(m_database);
+    raiseRevision();
     m_database.run(u"INSERT INTO news (position, title, date, body)"
                    " SELECT COALESCE(MAX(position), 0) + 1, ?, ?, ? FROM news"_s,
                    {title, date, body});
-    raiseRevision();
     transaction.commit();
     return Done();
 }
@@ -60,12 +60,12 @@ Outcome<Done> Catalogue::addNews(const QString& title, const QString& date, cons
 Outcome<Done> Catalogue::setLauncher(const LauncherBuild& build, const StoredFile& file)
 {
     Transaction transaction(m_database);
+    raiseRevision();
     Store::note(m_database, file);
     m_database.run(u"INSERT INTO launchers (platform, version, file) VALUES (?, ?, ?)"
                    " ON CONFLICT (platform) DO UPDATE SET version = excluded.version,"
                    " file = excluded.file"_s,
                    {build.platform, build.version, QString::fromLatin1(file.sha256)});
-    raiseRevision();
     transaction.commit();
     return Done();
 }
@@ -135,6 +135,58 @@ QByteArray Catalogue::build()
     return QJsonDocument(manifest).toJson(QJsonDocument::Compact);
 }
 
+Outcome<Done> Catalogue::removeVersion(const QString& id)
+{
+    return remove(u"DELETE FROM versions WHERE id = ?"_s, {id},
+                  u"there is no version \"%1\""_s.arg(id));
+}
+
+Outcome<Done> Catalogue::removeNews(qint64 number)
+{
+    return remove(u"DELETE FROM news WHERE position = ?"_s, {number},
+                  u"there are no news of that number; \"list\" shows the numbers"_s);
+}
+
+Outcome<Done> Catalogue::removeLauncher(const QString& platform)
+{
+    return remove(u"DELETE FROM launchers WHERE platform = ?"_s, {platform},
+                  u"no launcher is published for \"%1\""_s.arg(platform));
+}
+
+Outcome<Done> Catalogue::removeRuntime()
+{
+    return remove(u"DELETE FROM runtimes"_s, {}, u"no runtime is published"_s);
+}
+
+Outcome<Done> Catalogue::remove(const QString& sql, const QVariantList& values,
+                                const QString& otherwise)
+{
+    Transaction transaction(m_database);
+    raiseRevision();
+    if (m_database.run(sql, values).numRowsAffected() < 1)
+        return Refusal{404, otherwise};
+    transaction.commit();
+    return Done();
+}
+
+QStringList Catalogue::describe()
+{
+    QStringList lines;
+    const auto add = [&](const QString& line, const QString& sql) {
+        QSqlQuery row = m_database.run(sql);
+        while (row.next())
+            lines.append(line.arg(row.value(0).toString(), row.value(1).toString(),
+                                  row.value(2).toString()));
+    };
+    add(u"version %1  %2  %3"_s,
+        u"SELECT id, released, file FROM versions ORDER BY position DESC"_s);
+    add(u"news %1  %3  %2"_s, u"SELECT position, date, title FROM news ORDER BY position DESC"_s);
+    add(u"launcher %1  %2  %3"_s,
+        u"SELECT platform, version, file FROM launchers ORDER BY platform"_s);
+    add(u"runtime %1  %3%2"_s, u"SELECT platform, '', file FROM runtimes"_s);
+    return lines;
+}
+
 QString Catalogue::urlOf(const QVariant& sha256) const
 {
     return m_fileOrigin + Store::addressOf(sha256.toByteArray());
@@ -142,5 +194,6 @@ QString Catalogue::urlOf(const QVariant& sha256) const
 
 void Catalogue::raiseRevision()
 {
+    // First in every transaction: whoever publishes at the same time waits for this row.
     m_database.run(u"UPDATE catalogue SET revision = revision + 1"_s);
 }

@@ -5,7 +5,8 @@
 
 #include <QByteArray>
 #include <QMutex>
-#include <QString>
+#include <QStringList>
+#include <QVariant>
 
 #include <optional>
 
@@ -31,6 +32,14 @@ public:
     Outcome<Done> setLauncher(const LauncherBuild& build, const StoredFile& file);
     Outcome<Done> setRuntime(const StoredFile& archive);
 
+    // Each refuses what is not published.
+    Outcome<Done> removeVersion(const QString& id);
+    Outcome<Done> removeNews(qint64 number);
+    Outcome<Done> removeLauncher(const QString& platform);
+    Outcome<Done> removeRuntime();
+    // What is published, a line for each, for the operator.
+    QStringList describe();
+
     struct Manifest
     {
         QByteArray json;
@@ -43,6 +52,7 @@ public:
     static std::optional<Refusal> faultOfVersionId(const QString& id);
 
 private:
+    Outcome<Done> remove(const QString& sql, const QVariantList& values, const QString& otherwise);
     void raiseRevision();
     QByteArray build();
     QString urlOf(const QVariant& sha256) const;

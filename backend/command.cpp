@@ -42,6 +42,16 @@ int wrongUsage(const QString& text, const QString& name)
     return WrongUsage;
 }
 
+int group(const QString& name, const QString& members, const QString& given)
+{
+    if (given == "--help"_L1) {
+        print(u"Usage: tessellan-backend %1 %2 [options]\n\nEach explains itself, such as: "
+              "tessellan-backend %1 %3 --help"_s.arg(name, members, members.section(u'|', 0, 0)));
+        return Success;
+    }
+    return wrongUsage(u"After \"%1\" comes one of %2."_s.arg(name, members), name);
+}
+
 Options::Options(QString name, const QString& description) : m_name(std::move(name))
 {
     m_parser.setApplicationDescription(description);
@@ -60,6 +70,11 @@ void Options::add(const QString& option, const QString& description, const QStri
     m_parser.addOption({option, description, valueName, defaultValue});
 }
 
+void Options::addFlag(const QString& option, const QString& description)
+{
+    m_parser.addOption({option, description});
+}
+
 void Options::require(const QString& option, const QString& description, const QString& valueName)
 {
     add(option, description, valueName);
@@ -69,7 +84,7 @@ void Options::require(const QString& option, const QString& description, const Q
 void Options::addWord(const QString& word, const QString& description)
 {
     m_parser.addPositionalArgument(word, description);
-    m_takesWord = true;
+    m_word = word;
 }
 
 std::optional<int> Options::parse(const QStringList& words)
@@ -77,7 +92,7 @@ std::optional<int> Options::parse(const QStringList& words)
     const bool parsed = m_parser.parse(QStringList(u"tessellan-backend "_s + m_name) + words);
     if (m_parser.isSet(u"help"_s)) {
         // Qt's first line names the executable's path instead of the command.
-        const QString word = m_takesWord ? u" FILE"_s : QString();
+        const QString word = m_word.isEmpty() ? QString() : QString(u' ' + m_word);
         print(u"Usage: tessellan-backend %1 [options]%2\n%3"_s.arg(
             m_name, word, m_parser.helpText().section(u'\n', 1).trimmed()));
         return Success;
@@ -91,14 +106,20 @@ std::optional<int> Options::parse(const QStringList& words)
     const QString database = m_parser.value(u"database"_s);
     if (!database.isEmpty() && !database.startsWith("postgresql://"_L1))
         return wrongUsage(u"--database must begin with postgresql://."_s, m_name);
+    const qsizetype expected = m_word.isEmpty() ? 0 : 1;
     const qsizetype given = m_parser.positionalArguments().size();
-    if (given < (m_takesWord ? 1 : 0))
-        return wrongUsage(u"Something is missing at the end of the command."_s, m_name);
-    if (given > (m_takesWord ? 1 : 0))
+    if (given < expected)
+        return wrongUsage(u"%1 is missing at the end of the command."_s.arg(m_word), m_name);
+    if (given > expected)
         return wrongUsage(
             u"\"%1\" is one word too many."_s.arg(m_parser.positionalArguments().constLast()),
             m_name);
     return {};
+}
+
+SiteLocation Options::site() const
+{
+    return {value(u"data"_s), value(u"database"_s)};
 }
 
 } // namespace command

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/outcome.h"
+#include "backend/site.h"
 
 #include <QCommandLineParser>
 #include <QString>
@@ -20,7 +21,10 @@ int fail(const QString& text);
 int wrongUsage(const QString& text, const QString& name);
 int fail(const Refusal& refusal);
 
-// The options of one command, with --help and --data.
+// The answer to a group of commands that was not told which, or was asked for --help.
+int group(const QString& name, const QString& members, const QString& given);
+
+// The options of one command, with --help, --data and --database.
 class Options
 {
 public:
@@ -29,6 +33,7 @@ public:
 
     void add(const QString& option, const QString& description, const QString& valueName,
              const QString& defaultValue = {});
+    void addFlag(const QString& option, const QString& description);
     // A value that must be given.
     void require(const QString& option, const QString& description, const QString& valueName);
     void addWord(const QString& word, const QString& description);
@@ -36,6 +41,7 @@ public:
     // The exit code when the command is over already: help was asked for, or the line is wrong.
     std::optional<int> parse(const QStringList& words);
 
+    SiteLocation site() const;
     QString value(const QString& option) const { return m_parser.value(option); }
     QString word() const { return m_parser.positionalArguments().value(0); }
     bool has(const QString& option) const { return m_parser.isSet(option); }
@@ -44,7 +50,7 @@ private:
     QString m_name;
     QCommandLineParser m_parser;
     QStringList m_required{QStringLiteral("data")};
-    bool m_takesWord = false;
+    QString m_word;
 };
 
 } // namespace command

@@ -10,5 +10,10 @@ int run(const QStringList& words);
 
 int serve(const QStringList& words);
 int publish(const QStringList& words);
+int withdraw(const QStringList& words);
+int list(const QStringList& words);
+int accounts(const QStringList& words);
+int check(const QStringList& words);
+int backup(const QStringList& words);
 
 } // namespace commands

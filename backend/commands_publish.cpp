@@ -2,7 +2,9 @@
 #include "backend/catalogue.h"
 #include "backend/command.h"
 #include "backend/commands.h"
+#include "backend/progress_bar.h"
 #include "backend/site.h"
+#include "backend/store_lock.h"
 
 #include <QDate>
 #include <QFile>
@@ -16,7 +18,15 @@ StoredFile storeFile(const Store& store, const QString& path)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         throw Fault(u"cannot read %1: %2"_s.arg(path, file.errorString()));
-    return store.add(file);
+    ProgressBar bar(u"Storing"_s);
+    return store.add(file, [&bar](qint64 done, qint64 total) { bar.set(done, total); });
+}
+
+Outcome<QString> packRuntime(const QString& path, const QString& scratch)
+{
+    ProgressBar bar(u"Reading"_s);
+    return archives::runtimeAsZip(path, scratch,
+                                  [&bar](qint64 done, qint64 total) { bar.set(done, total); });
 }
 
 int publishVersion(const QStringList& words)
@@ -35,7 +45,8 @@ int publishVersion(const QStringList& words)
         return command::fail(*fault);
     if (const auto jar = archives::checkJar(options.value(u"file"_s)); !jar)
         return command::fail(jar.refusal());
-    Site site(options.value(u"data"_s), options.value(u"database"_s));
+    Site site(options.site());
+    const StoreLock lock(site.store(), StoreLock::Mode::Shared);
     const StoredFile jar = storeFile(site.store(), options.value(u"file"_s));
     const auto added =
         Catalogue(site.database(), {}).addVersion(id, options.value(u"released"_s), jar);
@@ -65,7 +76,7 @@ int publishNews(const QStringList& words)
             return command::fail(u"cannot read %1: %2"_s.arg(file.fileName(), file.errorString()));
         body = QString::fromUtf8(file.readAll());
     }
-    Site site(options.value(u"data"_s), options.value(u"database"_s));
+    Site site(options.site());
     const auto added = Catalogue(site.database(), {})
                            .addNews(options.value(u"title"_s), options.value(u"date"_s), body);
     if (!added)
@@ -98,7 +109,8 @@ int publishLauncher(const QStringList& words)
         if (!archive)
             return command::fail(archive.refusal());
     }
-    Site site(options.value(u"data"_s), options.value(u"database"_s));
+    Site site(options.site());
+    const StoreLock lock(site.store(), StoreLock::Mode::Shared);
     const StoredFile file = storeFile(site.store(), options.value(u"file"_s));
     if (file.size == 0)
         return command::fail(u"the file is empty"_s);
@@ -125,10 +137,11 @@ int publishRuntime(const QStringList& words)
                        path.endsWith(".tgz"_L1, Qt::CaseInsensitive);
     if (!known)
         return command::fail(u"the runtime must be a .zip or a .tar.gz"_s);
-    Site site(options.value(u"data"_s), options.value(u"database"_s));
+    Site site(options.site());
+    const StoreLock lock(site.store(), StoreLock::Mode::Shared);
     const QString scratch = site.store().temporaryPath();
     const auto removeScratch = qScopeGuard([&scratch] { QFile::remove(scratch); });
-    const auto zip = archives::runtimeAsZip(path, scratch);
+    const auto zip = packRuntime(path, scratch);
     if (!zip)
         return command::fail(zip.refusal());
     const StoredFile stored = storeFile(site.store(), *zip);
@@ -154,15 +167,7 @@ int publish(const QStringList& words)
         return publishLauncher(rest);
     if (what == "runtime"_L1)
         return publishRuntime(rest);
-    if (what == "--help"_L1) {
-        command::print(
-            u"Usage: tessellan-backend publish version|news|launcher|runtime [options]\n\n"
-            "Publishing works while the server runs. Each explains itself:\n"
-            "tessellan-backend publish version --help"_s);
-        return command::Success;
-    }
-    return command::wrongUsage(u"Publish what: version, news, launcher or runtime?"_s,
-                               u"publish"_s);
+    return command::group(u"publish"_s, u"version|news|launcher|runtime"_s, what);
 }
 
 } // namespace commands

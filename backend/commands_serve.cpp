@@ -62,7 +62,7 @@ int serve(ServeOptions options)
     if (options.publicOrigin.isEmpty())
         options.publicOrigin = options.localOrigin();
 
-    Site site(options.data, options.database);
+    Site site(options.site);
     const Services services(
         site, options.filesOrigin.isEmpty() ? options.publicOrigin : options.filesOrigin,
         options.filesOrigin);

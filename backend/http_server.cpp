@@ -44,9 +44,12 @@ void raiseFileLimit()
 } // namespace
 
 HttpServer::HttpServer(const Router& router, ListenSocket& listener, const Options& options)
-    : m_engine(router, options.trustedProxies), m_listener(listener), m_tls(options.tls),
-      m_poll(epoll_create1(EPOLL_CLOEXEC)), m_wake(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
-      m_workers(workerThreads)
+    : m_engine(router, options.trustedProxies)
+    , m_listener(listener)
+    , m_tls(options.tls)
+    , m_poll(epoll_create1(EPOLL_CLOEXEC))
+    , m_wake(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+    , m_workers(workerThreads)
 {
     raiseFileLimit();
     epoll_event event = {EPOLLIN, {.fd = m_wake}};

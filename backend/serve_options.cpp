@@ -85,8 +85,7 @@ std::variant<ServeOptions, int> ServeOptions::parse(const QStringList& words)
     if (const auto over = options.parse(words))
         return *over;
     ServeOptions parsed;
-    parsed.data = options.value(u"data"_s);
-    parsed.database = options.value(u"database"_s);
+    parsed.site = options.site();
     parsed.tlsCertificate = options.value(u"tls-certificate"_s);
     parsed.tlsKey = options.value(u"tls-key"_s);
     parsed.accessLog = options.value(u"access-log"_s);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "backend/site.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -8,8 +10,7 @@
 // What `serve` was asked for, checked.
 struct ServeOptions
 {
-    QString data;
-    QString database;
+    SiteLocation site;
     QString host;
     int port = 0;
     // Without a last slash; empty when not given.

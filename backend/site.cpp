@@ -2,9 +2,14 @@
 
 using namespace Qt::StringLiterals;
 
-Site::Site(const QString& directory, const QString& databaseUrl)
-    : m_store(directory)
-    , m_database(databaseUrl.isEmpty() ? QString(directory + u"/tessellan.sqlite"_s) : databaseUrl)
+Site::Site(const SiteLocation& location)
+    : m_store(location.directory)
+    , m_database(location.database.isEmpty() ? databaseFile(location.directory) : location.database)
 {
     m_database.migrate();
+}
+
+QString Site::databaseFile(const QString& directory)
+{
+    return directory + "/tessellan.sqlite"_L1;
 }

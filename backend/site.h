@@ -5,13 +5,21 @@
 
 #include <QString>
 
+// A data directory and, when it is not the SQLite file in there, the address of its database.
+struct SiteLocation
+{
+    QString directory;
+    QString database;
+};
+
 // An opened data directory: what every command works on. Opening creates what is missing and
 // brings the database up to date; several processes may have the same directory open.
 class Site
 {
 public:
-    // The database is an SQLite file in the directory, unless another is named.
-    explicit Site(const QString& directory, const QString& databaseUrl = {});
+    explicit Site(const SiteLocation& location);
+
+    static QString databaseFile(const QString& directory);
 
     Database& database() { return m_database; }
     const Store& store() const { return m_store; }

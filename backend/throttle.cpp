@@ -58,12 +58,20 @@ void Throttle::forget(const QString& name)
     m_records.remove(name);
 }
 
+qsizetype Throttle::size()
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_records.size();
+}
+
 void Throttle::dropOld(Clock::time_point now)
 {
     if (m_records.size() < recordsBeforeDropping)
         return;
     m_records.removeIf([now](const auto& entry) { return now - entry.value().last > memory; });
-    // Still full of fresh ones: those who are not waiting lose least.
-    if (m_records.size() >= recordsBeforeDropping)
+    // At least half goes, so that a full memory is not searched at every try.
+    if (m_records.size() > recordsBeforeDropping / 2)
         m_records.removeIf([now](const auto& entry) { return entry.value().next <= now; });
+    if (m_records.size() > recordsBeforeDropping / 2)
+        m_records.clear();
 }

@@ -31,6 +31,8 @@ public:
     // The try was none that needs slowing down.
     void forgive(const QString& name);
     void forget(const QString& name);
+    // How many names are remembered.
+    qsizetype size();
 
 private:
     struct Record

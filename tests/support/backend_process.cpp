@@ -2,8 +2,11 @@
 
 #include <QElapsedTimer>
 #include <QJsonDocument>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTcpSocket>
 #include <QUrl>
+#include <QUuid>
 
 using namespace Qt::StringLiterals;
 
@@ -51,7 +54,9 @@ BackendProcess::~BackendProcess()
 
 bool BackendProcess::start(const QStringList& moreOptions)
 {
-    QStringList words{u"serve"_s, u"--data"_s, data()};
+    QStringList words{u"serve"_s};
+    if (!moreOptions.contains(u"--data"_s))
+        words += location();
     if (!moreOptions.contains(u"--listen"_s))
         words << u"--listen"_s << u"127.0.0.1:0"_s;
     m_output.clear();
@@ -101,9 +106,50 @@ QByteArray BackendProcess::output()
     return m_output;
 }
 
-BackendProcess::Run BackendProcess::command(const QStringList& words) const
+BackendProcess::Run BackendProcess::command(const QStringList& words, const QByteArray& input) const
 {
-    return runProgram(words + QStringList{u"--data"_s, data()});
+    return runProgram(words + location(), input);
+}
+
+bool BackendProcess::isOnPostgres()
+{
+    return qEnvironmentVariableIsSet("TESSELLAN_TEST_POSTGRES");
+}
+
+QString BackendProcess::databaseUrl() const
+{
+    const QString server = qEnvironmentVariable("TESSELLAN_TEST_POSTGRES");
+    if (m_databaseName.isEmpty()) {
+        m_databaseName = u"t"_s + QUuid::createUuid().toString(QUuid::Id128);
+        const int made = QProcess::execute(
+            u"psql"_s, {u"-q"_s, u"-d"_s, QString(server + "/postgres"_L1), u"-c"_s,
+                        QString(u"CREATE DATABASE "_s + m_databaseName)});
+        if (made != 0)
+            qFatal("psql could not make a database");
+    }
+    return server + u'/' + m_databaseName;
+}
+
+QStringList BackendProcess::location() const
+{
+    QStringList words{u"--data"_s, data()};
+    if (isOnPostgres())
+        words << u"--database"_s << databaseUrl();
+    return words;
+}
+
+bool BackendProcess::runSql(const QString& sql) const
+{
+    if (isOnPostgres())
+        return QProcess::execute(u"psql"_s, {u"-q"_s, u"-d"_s, databaseUrl(), u"-c"_s, sql}) == 0;
+    bool ran = false;
+    {
+        QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"runSql"_s);
+        database.setDatabaseName(data() + "/tessellan.sqlite"_L1);
+        ran = database.open() && QSqlQuery(database).exec(sql);
+    }
+    QSqlDatabase::removeDatabase(u"runSql"_s);
+    return ran;
 }
 
 BackendProcess::Run BackendProcess::runProgram(const QStringList& words, const QByteArray& input)

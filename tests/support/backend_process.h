@@ -38,12 +38,22 @@ public:
         QByteArray errors;
     };
     // Runs another command on the same data directory (--data is added).
-    Run command(const QStringList& words) const;
+    Run command(const QStringList& words, const QByteArray& input = {}) const;
+    // Changes the database behind the program's back.
+    bool runSql(const QString& sql) const;
+
+    // Whether TESSELLAN_TEST_POSTGRES names a PostgreSQL server ("postgresql://USER@HOST:PORT"):
+    // each object then makes a database of its own there instead of using SQLite.
+    static bool isOnPostgres();
     // Runs the program as it is.
     static Run runProgram(const QStringList& words, const QByteArray& input = {});
 
 private:
+    QString databaseUrl() const;
+    QStringList location() const;
+
     QTemporaryDir m_data;
+    mutable QString m_databaseName;
     QProcess m_process;
     QString m_origin;
     QByteArray m_output;
