@@ -149,13 +149,23 @@ Outcome<Account> Accounts::rename(const Account& account, const QString& newName
     if (const auto fault = faultOfName(newName))
         return *fault;
     const QString key = newName.toLower();
-    // The name's uniqueness decides inside one statement; a lost race changes no row.
-    const QSqlQuery renamed =
-        m_database.run(u"UPDATE accounts SET name = ?, name_key = ? WHERE uuid = ? AND NOT EXISTS"
-                       " (SELECT 1 FROM accounts o WHERE o.name_key = ? AND o.uuid <> ?)"_s,
-                       {newName, key, account.uuid, key, account.uuid});
-    if (renamed.numRowsAffected() != 1)
+    const auto isTaken = [&] {
+        return m_database
+            .value(u"SELECT 1 FROM accounts WHERE name_key = ? AND uuid <> ?"_s,
+                   {key, account.uuid})
+            .isValid();
+    };
+    if (isTaken())
         return nameTaken();
+    try {
+        m_database.run(u"UPDATE accounts SET name = ?, name_key = ? WHERE uuid = ?"_s,
+                       {newName, key, account.uuid});
+    } catch (const Fault&) {
+        // Somebody else may have been faster in between; then the uniqueness of names has spoken.
+        if (isTaken())
+            return nameTaken();
+        throw;
+    }
     return Account{account.uuid, newName};
 }
 

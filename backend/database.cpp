@@ -99,18 +99,34 @@ void Database::open(QSqlDatabase& connection) const
 
 QSqlQuery Database::run(const QString& sql, const QVariantList& values)
 {
-    QSqlQuery query(connection());
+    QSqlDatabase held = connection();
+    QSqlQuery query(held);
     query.setForwardOnly(true);
+    // PostgreSQL prepares neither BEGIN nor what makes tables.
+    if (values.isEmpty()) {
+        if (!query.exec(sql))
+            fail(held, query);
+        return query;
+    }
     if (!query.prepare(sql))
-        throw faultOf(query.lastError());
+        fail(held, query);
     // A text that was never set is stored as the empty text, not as NULL.
     for (const QVariant& value : values) {
         const bool unset = value.typeId() == QMetaType::QString && value.toString().isNull();
         query.addBindValue(unset ? QVariant(u""_s) : value);
     }
     if (!query.exec())
-        throw faultOf(query.lastError());
+        fail(held, query);
     return query;
+}
+
+void Database::fail(QSqlDatabase& held, const QSqlQuery& query) const
+{
+    const Fault fault = faultOf(query.lastError());
+    // A server that was restarted leaves a dead connection behind; the next use opens a new one.
+    if (m_postgres && !QSqlQuery(held).exec(u"SELECT 1"_s))
+        held.close();
+    throw fault;
 }
 
 QVariant Database::value(const QString& sql, const QVariantList& values)
@@ -128,6 +144,9 @@ int Database::schemaVersion()
 void Database::migrate()
 {
     Transaction transaction(*this);
+    // Two programs that start at once must not both make the tables.
+    if (m_postgres)
+        run(u"SELECT pg_advisory_xact_lock(7351)"_s);
     const int found = schemaVersion();
     const QList<QStringList> migrations = schema::migrations();
     if (found > migrations.size())

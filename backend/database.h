@@ -31,6 +31,7 @@ private:
 
     QSqlDatabase connection();
     void open(QSqlDatabase& connection) const;
+    [[noreturn]] void fail(QSqlDatabase& held, const QSqlQuery& query) const;
     int schemaVersion();
 
     QString m_location;
