@@ -230,10 +230,10 @@ private Q_SLOTS:
                 if (!widget->isVisible())
                     continue;
                 m_driver->window().setFocus();
-                const QImage without = widget->grab().toImage();
+                const QImage without = focusSignOf(widget);
                 widget->setFocus(Qt::TabFocusReason);
                 QVERIFY2(widget->hasFocus(), qPrintable(widget->objectName()));
-                QVERIFY2(widget->grab().toImage() != without, qPrintable(widget->objectName()));
+                QVERIFY2(focusSignOf(widget) != without, qPrintable(widget->objectName()));
                 ++seen;
             }
         }
@@ -329,6 +329,13 @@ private:
                                 .arg(font.pointSize())
                                 .arg(font.weight()));
         return label.grab().toImage();
+    }
+
+    // Of a list only the frame: its items change, too, but there may be none.
+    static QImage focusSignOf(QWidget* widget)
+    {
+        const QImage image = widget->grab().toImage();
+        return qobject_cast<QListWidget*>(widget) ? image.copy(0, 0, 2, image.height()) : image;
     }
 
     // The rectangle of everything that is not background.

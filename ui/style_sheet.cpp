@@ -64,7 +64,7 @@ QString windowStyleSheet()
 QPushButton:focus, QToolButton#navButton:focus, QListWidget:focus, QTextBrowser:focus, QPlainTextEdit:focus { border-color:#4ec9f5; }
 QPushButton#playButton:focus { border:2px solid #e8ecf4; padding:7px 32px; }
 
-QWidget#sidebar QLabel { background:transparent; }
+QWidget#sidebar QLabel, QWidget#qt_scrollarea_vcontainer, QWidget#qt_scrollarea_hcontainer { background:transparent; }
 QPushButton#loginButton, QPushButton#registerButton { padding:7px 8px; }
 QComboBox#launchSelector { min-width:178px; }
 
