@@ -39,10 +39,10 @@ def replace_text(text):
     type_text(text)
 
 
-def scroll_down(control):
-    """Turns the wheel by one notch over a control."""
+def scroll_down(control, notches):
+    """Turns the wheel over a control."""
     _xdotool("mousemove", *control.centre)
-    _xdotool("click", 5)
+    _xdotool("click", "--repeat", notches, "--delay", 40, 5)
 
 
 def _settled_box(control):

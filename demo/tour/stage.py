@@ -29,6 +29,8 @@ class Stage:
         self.server = arguments.server
         self._process = None
         self._program = None
+        # What the tour makes for uploading.
+        self.files = Path(os.environ["HOME"])
         # Where the launcher keeps its files when nobody told it otherwise.
         self.game_dir = Path(os.environ["XDG_DATA_HOME"], "Tessellan/Tessellan Launcher/game")
 
@@ -49,6 +51,7 @@ class Stage:
         close = [display.intern_atom("WM_DELETE_WINDOW"), 0, 0, 0, 0]
         protocols = display.intern_atom("WM_PROTOCOLS")
         window.send_event(event.ClientMessage(window=window, client_type=protocols, data=(32, close)))
+        display.sync()
         display.close()
         wait_until("the launcher ends", lambda: self._process.poll() is not None)
         check("the launcher ends with exit code 0", self._process.returncode == 0)
