@@ -9,6 +9,7 @@ import sys
 import time
 
 import accessibility
+import by_keyboard
 import by_pointer
 from stage import Stage
 
@@ -21,6 +22,7 @@ def parse_arguments():
     parser.add_argument("--server", required=True, help="the backend's origin")
     parser.add_argument("--backend-pid", required=True, type=int)
     parser.add_argument("--shots", required=True, help="directory for the pictures")
+    parser.add_argument("--keyboard", action="store_true", help="leave the pointer alone")
     return parser.parse_args()
 
 
@@ -39,7 +41,7 @@ def main():
     accessibility.connect()
     stage = Stage(arguments)
     try:
-        run(by_pointer.STEPS, stage)
+        run(by_keyboard.STEPS if arguments.keyboard else by_pointer.STEPS, stage)
     except Exception as error:
         print(f"error: {error}", flush=True)
         stage.record_failure()

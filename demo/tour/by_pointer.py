@@ -65,7 +65,8 @@ def play(stage):
     check("no runtime is there yet", not (stage.game_dir / "runtime").exists())
     click(stage, "push button", "PLAY")
     launching = rf"{OLDER_VERSION} installed - launching\.\.\."
-    seen = stage.wait_status(rf"Downloading Java runtime \(one-time\)\.\.\.|{launching}", seconds=60)
+    downloading = r"Downloading Java runtime \(one-time\)\.\.\."
+    seen = stage.wait_status(f"{downloading}|{launching}")
     # On loopback the runtime may be there before one looks.
     if seen.startswith("Downloading"):
         stage.photograph("runtime-arrives", paint_seconds=0.02)

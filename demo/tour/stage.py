@@ -10,8 +10,9 @@ from contextlib import contextmanager
 from pathlib import Path
 
 import Xlib.display
-from Xlib.protocol import event
 from gi.repository import GLib
+from Xlib import X
+from Xlib.protocol import event
 
 from accessibility import Program
 from waiting import StepFailed, check, wait_until
@@ -43,14 +44,22 @@ class Stage:
         self._program = Program(self._process.pid)
         self.control("frame", "Tessellan Launcher .*", seconds=60)
 
+    def give_keyboard(self):
+        """What a window manager does for a new window; the tour's display has none."""
+        display = Xlib.display.Display()
+        _launcher_window(display).set_input_focus(X.RevertToParent, X.CurrentTime)
+        display.sync()
+        display.close()
+
     def close_launcher(self):
         """Asks the window to close, as the cross in a title bar does."""
         display = Xlib.display.Display()
-        root = display.screen().root
-        [window] = [each for each in root.query_tree().children if _is_launcher(each)]
+        window = _launcher_window(display)
         close = [display.intern_atom("WM_DELETE_WINDOW"), 0, 0, 0, 0]
         protocols = display.intern_atom("WM_PROTOCOLS")
-        window.send_event(event.ClientMessage(window=window, client_type=protocols, data=(32, close)))
+        window.send_event(
+            event.ClientMessage(window=window, client_type=protocols, data=(32, close))
+        )
         display.sync()
         display.close()
         wait_until("the launcher ends", lambda: self._process.poll() is not None)
@@ -95,10 +104,12 @@ class Stage:
         limit = {"seconds": seconds} if seconds else {}
         return wait_until(f'one {role} named "{name}" shows and is enabled', only_one, **limit)
 
-    def focused(self):
-        """The control that has the keyboard."""
-        found = [each for each in self._program.controls() if each.focused]
-        return found[-1] if found else None
+    def has_focus(self, role, name):
+        return any(each.focused for each in self.find(role, name))
+
+    def settle(self):
+        """An answer of the program: what it was sent before has been dealt with."""
+        self._program.windows()
 
     def wait_status(self, pattern, seconds=30):
         """Waits until the status line, or another label, reads like the pattern."""
@@ -120,13 +131,13 @@ class Stage:
         self._pictures += 1
         file = self._shots / f"{self._pictures:02}-{name}.png"
         time.sleep(paint_seconds)
-        left, top, right, bottom = self._covered()
-        crop = f"{right - left}x{bottom - top}+{left}+{top}"
-        subprocess.run(
-            ["import", "-silent", "-window", "root", "-crop", crop, "+repage", file], check=True
-        )
+        _import(self._covered(), file)
         print(f"   picture {file.name}", flush=True)
-        return file
+
+    def pixels(self, control):
+        """What a control looks like at the moment."""
+        time.sleep(PAINT_SECONDS)
+        return _import(control.box, "rgb:-")
 
     def record_failure(self):
         """A picture and every showing control, for the one who has to find out why."""
@@ -141,14 +152,24 @@ class Stage:
 
     def _covered(self):
         boxes = [window.box for window in self._program.windows()]
-        return (
-            min(left for left, _, _, _ in boxes),
-            min(top for _, top, _, _ in boxes),
-            max(left + width for left, _, width, _ in boxes),
-            max(top + height for _, top, _, height in boxes),
-        )
+        left = min(box[0] for box in boxes)
+        top = min(box[1] for box in boxes)
+        right = max(box[0] + box[2] for box in boxes)
+        bottom = max(box[1] + box[3] for box in boxes)
+        return left, top, right - left, bottom - top
 
 
-def _is_launcher(window):
-    name = window.get_wm_name() or ""
-    return name.startswith("Tessellan Launcher") and window.get_attributes().map_state
+def _import(box, target):
+    left, top, width, height = box
+    crop = f"{width}x{height}+{left}+{top}"
+    command = ["import", "-silent", "-window", "root", "-crop", crop, "+repage", target]
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout
+
+
+def _launcher_window(display):
+    def is_it(window):
+        name = window.get_wm_name() or ""
+        return name.startswith("Tessellan Launcher") and window.get_attributes().map_state
+
+    [window] = filter(is_it, display.screen().root.query_tree().children)
+    return window
