@@ -9,7 +9,7 @@ import java.lang.management.MemoryUsage;
  */
 public final class SampleGame {
     private static final int TOWER_HEIGHT = 6;
-    private static final long BLOCK_MILLIS = 500;
+    private static final long BLOCK_MILLIS = 800;
 
     public static void main(String[] args) throws InterruptedException {
         System.out.println("Sample game " + SampleGame.class.getPackage().getImplementationVersion());
