@@ -282,9 +282,9 @@ private Q_SLOTS:
         QFETCH(QStringList, variables);
         for (const QString& variable : variables)
             m_probe->setVariable(variable, QStringLiteral("1"));
-        // The system itself cuts the second slice.
+        // The system itself cuts the last slice.
         m_probe->process().setChildProcessModifier([] {
-            const rlimit limit{severalSlices / 2, severalSlices / 2};
+            const rlimit limit{severalSlices - 1000, severalSlices - 1000};
             setrlimit(RLIMIT_FSIZE, &limit);
             signal(SIGXFSZ, SIG_IGN);
         });
@@ -319,8 +319,10 @@ private Q_SLOTS:
             for (const QString& variable : variables)
                 probe.setVariable(variable, QStringLiteral("1"));
             const int passed = runWithPoint(probe, QStringLiteral("FAULT_AT"), point);
-            QVERIFY(probe.lastLine() == couldNotStage || probe.lastLine() == ready);
-            if (probe.lastLine() == couldNotStage) {
+            // A file system without unnamed files is no fault.
+            const bool harmless = passed < point || operationAt(probe, point) == "open unnamed";
+            QCOMPARE(probe.lastLine(), harmless ? ready : couldNotStage);
+            if (!harmless) {
                 ++failed;
                 QVERIFY2(probe.nothingIsStaged(), qPrintable(QString::number(point)));
                 QVERIFY(probe.end());
@@ -422,10 +424,21 @@ private:
         QVERIFY(m_probe->oldStarts());
     }
 
+    static QString pointLog(const InstalledProbe& probe)
+    {
+        return probe.temporaryDirectory() + u"/points";
+    }
+
+    static QByteArray operationAt(const InstalledProbe& probe, int point)
+    {
+        const QByteArray line = contentOf(pointLog(probe)).split('\n').value(point - 1);
+        return line.mid(line.indexOf(' ') + 1);
+    }
+
     // The number of points passed.
     static int runWithPoint(InstalledProbe& probe, const QString& variable, int point)
     {
-        const QString log = probe.temporaryDirectory() + u"/points";
+        const QString log = pointLog(probe);
         probe.setVariable(QStringLiteral("FAULT_LOG"), log);
         probe.setVariable(variable, QString::number(point));
         probe.offer(probe.newBuild(severalSlices));
