@@ -33,7 +33,7 @@ class ExposeProbePlugin : public QGenericPlugin
     Q_PLUGIN_METADATA(IID QGenericPluginFactoryInterface_iid FILE "expose_probe.json")
 
 public:
-    QObject* create(const QString& /*name*/, const QString& /*specification*/) override
+    QObject* create(const QString& /*name*/, const QString& /*options*/) override
     {
         auto* probe = new ExposeProbe;
         probe->setParent(qGuiApp);
