@@ -1,7 +1,14 @@
 #include "tests/support/backend_process.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QSignalSpy>
+#include <QSslCertificate>
+#include <QSslConfiguration>
 #include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
@@ -23,6 +30,10 @@ private Q_SLOTS:
     void explainsItself_data();
     void explainsItself();
     void refusesUnusableDataDirectory();
+    void answersHealth();
+    void speaksTls();
+    void refusesUnusableCertificate();
+    void leaksNoSecrets();
 };
 
 void TestBackendServe::listensOnLoopbackByDefault()
@@ -184,6 +195,129 @@ void TestBackendServe::refusesUnusableDataDirectory()
         {u"serve"_s, u"--data"_s, file.fileName(), u"--listen"_s, u"127.0.0.1:0"_s});
     QCOMPARE(run.exitCode, 1);
     QVERIFY2(run.errors.startsWith("error: cannot write "), run.errors.constData());
+}
+
+void TestBackendServe::answersHealth()
+{
+    BackendProcess backend;
+    QVERIFY(backend.start());
+    QCOMPARE(raw_http::get(backend.port(), "/healthz").body, R"({"status":"ok"})");
+    QVERIFY(backend.runSql(u"DROP TABLE catalogue"_s));
+    const RawReply ill = raw_http::get(backend.port(), "/healthz");
+    QCOMPARE(ill.status, 503);
+    QCOMPARE(ill.error(), u"The database does not answer."_s);
+    // Whatever fails inside stays inside.
+    const RawReply manifest = raw_http::get(backend.port(), "/manifest.json");
+    QCOMPARE(manifest.status, 500);
+    QVERIFY(!manifest.whole.contains("catalogue"));
+    QTRY_VERIFY(backend.output().contains("catalogue"));
+}
+
+void TestBackendServe::speaksTls()
+{
+    QTemporaryDir directory;
+    const QString key = directory.filePath(u"key.pem"_s);
+    const QString certificate = directory.filePath(u"certificate.pem"_s);
+    QCOMPARE(QProcess::execute(u"openssl"_s,
+                               {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s,
+                                u"-keyout"_s, key, u"-out"_s, certificate, u"-days"_s, u"2"_s,
+                                u"-subj"_s, u"/CN=localhost"_s, u"-addext"_s,
+                                u"subjectAltName=DNS:localhost,IP:127.0.0.1"_s}),
+             0);
+    BackendProcess backend;
+    QVERIFY2(backend.start({u"--tls-certificate"_s, certificate, u"--tls-key"_s, key}),
+             backend.output().constData());
+    QVERIFY(backend.origin().startsWith(u"https://"_s));
+    QSslConfiguration trusting = QSslConfiguration::defaultConfiguration();
+    trusting.setCaCertificates(QSslCertificate::fromPath(certificate));
+
+    // A file that is larger than the socket's buffers, and many requests on one connection.
+    const QByteArray content = QByteArray("0123456789").repeated(400'000);
+    QFile build(directory.filePath(u"build"_s));
+    QVERIFY(build.open(QIODevice::WriteOnly));
+    build.write(content);
+    build.close();
+    QCOMPARE(backend
+                 .command({u"publish"_s, u"launcher"_s, u"--version"_s, u"2"_s, u"--file"_s,
+                           build.fileName()})
+                 .exitCode,
+             0);
+    QNetworkAccessManager network;
+    const auto fetch = [&](const QString& url) {
+        QNetworkRequest request{QUrl(url)};
+        request.setSslConfiguration(trusting);
+        QNetworkReply* reply = network.get(request);
+        QSignalSpy finished(reply, &QNetworkReply::finished);
+        return finished.wait(20000) && reply->error() == QNetworkReply::NoError ? reply->readAll()
+                                                                                : QByteArray();
+    };
+    for (int i = 0; i < 5; ++i) {
+        const QJsonDocument manifest =
+            QJsonDocument::fromJson(fetch(QString(backend.origin() + "/manifest.json"_L1)));
+        QVERIFY(manifest.isObject());
+        QCOMPARE(fetch(manifest[u"launcherLinux"_s][u"url"_s].toString()), content);
+    }
+    // Plain HTTP gets nothing there.
+    QCOMPARE(raw_http::get(backend.port(), "/manifest.json").status, 0);
+    QVERIFY(!fetch(QString(backend.origin() + "/healthz"_L1)).isEmpty());
+}
+
+void TestBackendServe::refusesUnusableCertificate()
+{
+    const BackendProcess backend;
+    const auto run =
+        backend.command({u"serve"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--tls-certificate"_s,
+                         u"/nothing/c.pem"_s, u"--tls-key"_s, u"/nothing/k.pem"_s});
+    QCOMPARE(run.exitCode, 1);
+    QVERIFY(run.errors.startsWith("error: cannot use the certificate /nothing/c.pem"));
+}
+
+void TestBackendServe::leaksNoSecrets()
+{
+    QTemporaryDir directory;
+    const QString log = directory.filePath(u"access.log"_s);
+    BackendProcess backend;
+    QVERIFY(backend.start({u"--access-log"_s, log}));
+    const QString password = u"planted-password-7391"_s;
+    const QJsonObject who{{u"username"_s, u"Planted"_s}, {u"password"_s, password}};
+    const RawReply created = raw_http::postJson(backend.port(), "/auth/register", who);
+    const QByteArray token = created.json()[u"token"_s].toString().toLatin1();
+    QCOMPARE(token.size(), 64);
+    QCOMPARE(raw_http::postJson(backend.port(), "/auth/login", who).status, 200);
+    const auto bearer = raw_http::bearer(token);
+    QCOMPARE(raw_http::get(backend.port(), "/auth/validate?token=" + token, {bearer}).status, 200);
+    QCOMPARE(raw_http::get(backend.port(), "/auth/validate\"\n{", {bearer}).status, 400);
+    // Errors that the operator reads, too.
+    QVERIFY(backend.runSql(u"ALTER TABLE sessions RENAME TO elsewhere"_s));
+    QCOMPARE(raw_http::postJson(backend.port(), "/auth/login", who).status, 500);
+    QCOMPARE(raw_http::get(backend.port(), "/auth/validate", {bearer}).status, 500);
+
+    QFile commandLine(u"/proc/%1/cmdline"_s.arg(backend.processId()));
+    QFile written(log);
+    QVERIFY(commandLine.open(QIODevice::ReadOnly));
+    QVERIFY(written.open(QIODevice::ReadOnly));
+    QTRY_VERIFY(backend.output().contains("error"));
+    const QByteArray lines = written.readAll();
+    QVERIFY2(lines.contains(R"("path":"/auth/validate")"), lines.constData());
+    const QByteArray shown = lines + backend.output() + commandLine.readAll();
+    const QByteArray digest = QCryptographicHash::hash(token, QCryptographicHash::Sha256).toHex();
+    for (const QByteArray& secret : {token, digest, password.toLatin1(), QByteArray("argon2")})
+        QVERIFY2(!shown.contains(secret), shown.constData());
+    // Every line is a JSON object of its own.
+    for (const QByteArray& line : lines.trimmed().split('\n'))
+        QVERIFY2(QJsonDocument::fromJson(line).isObject(), line.constData());
+    if (BackendProcess::isOnPostgres())
+        return;
+    // The database itself holds neither.
+    QByteArray stored;
+    for (const QString& suffix : {u""_s, u"-wal"_s}) {
+        QFile file(QString(backend.data() + "/tessellan.sqlite"_L1 + suffix));
+        if (file.open(QIODevice::ReadOnly))
+            stored += file.readAll();
+    }
+    QVERIFY(stored.contains("Planted"));
+    QVERIFY(!stored.contains(token));
+    QVERIFY(!stored.contains(password.toLatin1()));
 }
 
 QTEST_GUILESS_MAIN(TestBackendServe)
