@@ -73,7 +73,10 @@ class Control:
         return any(re.fullmatch(pattern, name) for name in (self.name, self.label))
 
     def has_state(self, state):
-        return self._accessible.get_state_set().contains(state)
+        try:
+            return self._accessible.get_state_set().contains(state)
+        except GLib.Error:
+            return False  # it is gone, or was never more than a moment there
 
     def __str__(self):
         return f'{self.role} "{self.name}"'

@@ -5,7 +5,7 @@ import re
 
 from waiting import check, wait_until
 
-RUN_SECONDS = 60
+RUN_SECONDS = 120
 
 
 def console_text(stage):

@@ -15,7 +15,7 @@ from Xlib import X
 from Xlib.protocol import event
 
 from accessibility import Program
-from waiting import StepFailed, check, wait_until
+from waiting import SECONDS, StepFailed, check, wait_until
 
 # Painting follows a change of state; the banner moves, so two equal pictures would never come.
 PAINT_SECONDS = 0.25
@@ -42,7 +42,7 @@ class Stage:
         # Its warnings belong to what the tour tells; the rest of stderr is the bus's chatter.
         self._process = subprocess.Popen([self._launcher], env=environment, stderr=sys.stdout)
         self._program = Program(self._process.pid)
-        self.control("frame", "Tessellan Launcher .*", seconds=60)
+        self.control("frame", "Tessellan Launcher .*")
 
     def give_keyboard(self):
         """What a window manager does for a new window; the tour's display has none."""
@@ -93,7 +93,7 @@ class Stage:
     def has(self, role, name):
         return bool(self.find(role, name))
 
-    def control(self, role, name, seconds=None):
+    def control(self, role, name):
         """The one showing, enabled control of that role and name, as soon as there is one."""
 
         def only_one():
@@ -101,8 +101,7 @@ class Stage:
             found = [each for each in self._program.find(role, name) if each.enabled]
             return found[0] if len(found) == 1 else None
 
-        limit = {"seconds": seconds} if seconds else {}
-        return wait_until(f'one {role} named "{name}" shows and is enabled', only_one, **limit)
+        return wait_until(f'one {role} named "{name}" shows and is enabled', only_one)
 
     def has_focus(self, role, name):
         return any(each.focused for each in self.find(role, name))
@@ -111,7 +110,7 @@ class Stage:
         """An answer of the program: what it was sent before has been dealt with."""
         self._program.windows()
 
-    def wait_status(self, pattern, seconds=30):
+    def wait_status(self, pattern, seconds=SECONDS):
         """Waits until the status line, or another label, reads like the pattern."""
 
         def reads():

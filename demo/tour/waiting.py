@@ -3,7 +3,7 @@
 import time
 
 POLL_SECONDS = 0.05
-SECONDS = 20
+SECONDS = 60
 
 
 class StepFailed(Exception):
