@@ -16,28 +16,30 @@ EXITED = "Game exited with code 3 - see Console"
 MOST_TABS = 60
 
 
-def go_to(stage, role, name):
-    """Presses Tab until that control has the keyboard, and looks whether one can see it."""
-    stage.control(role, name)
+def go_to(stage, role, name, shown_by=None):
+    """Presses Tab until that control has the keyboard, and looks whether one can see it.
+
+    A list shows it by its frame, while the keyboard is with one of its items.
+    """
+    shown_by = stage.control(*(shown_by or (role, name)))
     for _ in range(MOST_TABS):
         if stage.has_focus(role, name):
-            check_focus_shows(stage, role, name)
+            check_focus_shows(stage, role, name, shown_by)
             return
         hands.press("Tab")
         stage.settle()
     raise StepFailed(f'Tab never came to the {role} "{name}"')
 
 
-def check_focus_shows(stage, role, name):
+def check_focus_shows(stage, role, name, shown_by):
     """A control looks different once the keyboard has gone on to the next one."""
-    control = stage.control(role, name)
-    with_focus = stage.pixels(control)
+    with_focus = stage.pixels(shown_by)
     hands.press("Tab")
-    wait_until(f"Tab leaves {control}", lambda: not stage.has_focus(role, name))
-    without_focus = stage.pixels(control)
+    wait_until(f"Tab leaves {shown_by}", lambda: not stage.has_focus(role, name))
+    without_focus = stage.pixels(shown_by)
     hands.press("shift+Tab")
-    wait_until(f"Tab comes back to {control}", lambda: stage.has_focus(role, name))
-    check(f"the focus shows on {control}", with_focus != without_focus)
+    wait_until(f"Tab comes back to {shown_by}", lambda: stage.has_focus(role, name))
+    check(f"the focus shows on {shown_by}", with_focus != without_focus)
 
 
 def push(stage, role, name, picture=None):
@@ -97,8 +99,8 @@ def play(stage):
 def read_the_news(stage):
     """Return opens the chosen news item"""
     push(stage, "check box", "News", "news-button")
-    go_to(stage, "list", "News")
-    hands.press("Home", "Down")
+    go_to(stage, "list item", "Version 0.2.0 is here .*", shown_by=("list", "News"))
+    hands.press("Down")
     stage.photograph("news-list")
     hands.press("Return")
     stage.control("label", "Welcome to Tessellan")
