@@ -122,11 +122,11 @@ QSqlQuery Database::run(const QString& sql, const QVariantList& values)
 
 void Database::fail(QSqlDatabase& held, const QSqlQuery& query) const
 {
-    const Fault fault = faultOf(query.lastError());
+    const QSqlError error = query.lastError();
     // A server that was restarted leaves a dead connection behind; the next use opens a new one.
     if (m_postgres && !QSqlQuery(held).exec(u"SELECT 1"_s))
         held.close();
-    throw fault;
+    throw faultOf(error);
 }
 
 QVariant Database::value(const QString& sql, const QVariantList& values)
