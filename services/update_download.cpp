@@ -12,6 +12,15 @@
 #include <algorithm>
 #include <memory>
 
+namespace {
+
+// How much may wait for a busy window: what one turn of the event loop then copies.
+constexpr qint64 readAheadBytes = 4 * 1024 * 1024;
+// Set aside at the announcement, so that the body does not move while it grows.
+constexpr qint64 maxReservedBytes = 256 * 1024 * 1024;
+
+} // namespace
+
 UpdateDownload::UpdateDownload(QObject* parent) : QObject(parent) {}
 
 void UpdateDownload::start(QNetworkAccessManager* network, const QString& url,
@@ -20,7 +29,12 @@ void UpdateDownload::start(QNetworkAccessManager* network, const QString& url,
     m_sha256 = sha256;
     m_fullArchive = fullArchive;
     QNetworkReply* reply = network->get(QNetworkRequest{QUrl(url)});
+    reply->setReadBufferSize(readAheadBytes);
     http::limitBody(reply, http::maxDownloadBytes);
+    connect(reply, &QNetworkReply::metaDataChanged, this, [this, reply] {
+        const qint64 length = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+        m_body.reserve(std::clamp<qint64>(length, 0, maxReservedBytes));
+    });
     connect(reply, &QNetworkReply::downloadProgress, this, &UpdateDownload::progress);
     connect(reply, &QNetworkReply::readyRead, this, [this, reply] { takeFrom(reply); });
     connect(reply, &QNetworkReply::finished, this, [this, reply] { onFinished(reply); });

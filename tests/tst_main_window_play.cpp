@@ -519,12 +519,13 @@ private:
         file.write(jar);
     }
 
-    // A download that stops in the middle. Big, because the network layer reports progress only
-    // every tenth of a second.
+    // A download that crawls from its middle on: the network layer reports progress only when
+    // something arrives, and not more often than every tenth of a second.
     static HttpAnswer half()
     {
-        HttpAnswer answer = HttpAnswer::ok(QByteArray(64 * 1024 * 1024, 'x'));
-        answer.stallAfter = 32 * 1024 * 1024;
+        HttpAnswer answer = HttpAnswer::ok(QByteArray(2 * 1024 * 1024, 'x'));
+        answer.stallAfter = 1024 * 1024;
+        answer.trickles = true;
         return answer;
     }
 

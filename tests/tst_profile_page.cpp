@@ -258,7 +258,7 @@ private Q_SLOTS:
         HttpAnswer answer = HttpAnswer::ok(png);
         answer.cutAfter = png.size() / 2;
         QTest::newRow("cut") << answer;
-        answer = HttpAnswer::ok("0123456789");
+        answer = HttpAnswer::ok(QByteArray(64 * 1024, 'x'));
         answer.endless = true;
         answer.framing = HttpAnswer::Framing::UntilClose;
         QTest::newRow("endless") << answer;

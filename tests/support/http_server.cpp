@@ -3,6 +3,7 @@
 #include <QSslServer>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTimer>
 
 #include <algorithm>
 #include <utility>
@@ -82,8 +83,13 @@ void send(QTcpSocket* socket, const HttpAnswer& answer)
         return;
     }
     socket->write(payloadOf(answer));
-    if (!answer.stallAfter)
+    if (answer.trickles) {
+        auto* timer = new QTimer(socket);
+        QObject::connect(timer, &QTimer::timeout, socket, [socket] { socket->write("x"); });
+        timer->start(20);
+    } else if (!answer.stallAfter) {
         socket->disconnectFromHost(); // once all is written
+    }
 }
 
 } // namespace

@@ -44,6 +44,7 @@ struct HttpAnswer
     std::optional<qint64> announcedLength; // in place of the body's
     std::optional<qint64> cutAfter;        // body bytes, then the connection ends
     std::optional<qint64> stallAfter;      // body bytes, then silence; -1: not even a status line
+    bool trickles = false;                 // no silence after stallAfter: a byte now and then
     bool endless = false;                  // the body again and again
 
     HttpAnswer& addHeader(const QByteArray& name, const QByteArray& value);
