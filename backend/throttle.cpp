@@ -49,7 +49,7 @@ void Throttle::forgive(const QString& name)
         return;
     found->next = {};
     if (--found->failures <= 0)
-        m_records.erase(found);
+        m_records.remove(name);
 }
 
 void Throttle::forget(const QString& name)
