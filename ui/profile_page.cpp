@@ -13,6 +13,9 @@
 #include <QPushButton>
 #include <QScrollArea>
 #include <QVBoxLayout>
+#include <QWindow>
+
+#include <utility>
 
 namespace {
 
@@ -60,6 +63,36 @@ QWidget* makeScrolledContent(QWidget* page)
     outer->addWidget(area);
     return content;
 }
+
+// Qt makes the native window anew when its first OpenGL widget arrives, and leaves its place to the
+// window manager. The new one stands where the old one stood, maximized if that was.
+class WindowPlace
+{
+public:
+    explicit WindowPlace(QWidget* window)
+        : m_window(window)
+        , m_geometry(window->normalGeometry())
+        , m_states(window->windowState())
+        , m_id(window->internalWinId())
+    {
+        window->setAttribute(Qt::WA_Moved);
+    }
+
+    void restore() const
+    {
+        QWindow* handle = m_window->windowHandle();
+        if (!handle || m_window->internalWinId() == m_id)
+            return;
+        handle->setGeometry(m_geometry);
+        handle->setWindowStates(m_states);
+    }
+
+private:
+    QWidget* m_window;
+    QRect m_geometry;
+    Qt::WindowStates m_states;
+    WId m_id;
+};
 
 } // namespace
 
@@ -152,7 +185,10 @@ void ProfilePage::buildAppearanceCard(QVBoxLayout* page)
     QFrame* card = makeCard(QStringLiteral("Appearance"), &body, page->parentWidget());
     auto* row = new QHBoxLayout;
     row->setSpacing(16);
-    row->addWidget(buildPreview(card));
+    m_previewPlace = hintLabel(QString(), card);
+    m_previewPlace->setAlignment(Qt::AlignCenter);
+    m_previewPlace->setMinimumSize(280, 320); // the preview's own
+    row->addWidget(m_previewPlace);
     auto* column = new QVBoxLayout;
     column->setSpacing(8);
     row->addLayout(column);
@@ -169,8 +205,8 @@ void ProfilePage::buildAppearanceCard(QVBoxLayout* page)
         column->addWidget(status);
         return status;
     };
-    if (m_preview)
-        column->addWidget(hintLabel(QStringLiteral("Drag to rotate, scroll to zoom."), card));
+    m_dragHint = hintLabel(QStringLiteral("Drag to rotate, scroll to zoom."), card);
+    column->addWidget(m_dragHint);
     addButton(QStringLiteral("Change skin..."), &ProfilePage::onUploadSkin);
     m_skinStatus = addStatus(QStringLiteral("skinStatus"));
     addButton(QStringLiteral("Change model..."), &ProfilePage::onUploadModel);
@@ -184,21 +220,51 @@ void ProfilePage::buildAppearanceCard(QVBoxLayout* page)
     page->addWidget(card);
 }
 
-QWidget* ProfilePage::buildPreview(QWidget* parent)
+void ProfilePage::showEvent(QShowEvent* event)
 {
-    if (open_gl::isUsable()) {
-        m_preview = new SkinPreview3D(parent);
-        m_preview->setAccessibleName(QStringLiteral("Character preview"));
-        m_preview->setModel({}); // the default figure stands before any reply
-        return m_preview;
+    QWidget::showEvent(event);
+    // Later, not from within the window's own show, which is busy with the native window.
+    QMetaObject::invokeMethod(this, &ProfilePage::buildPreview, Qt::QueuedConnection);
+}
+
+void ProfilePage::buildPreview()
+{
+    if (m_preview || !m_previewPlace->text().isEmpty())
+        return; // made, or found impossible, at an earlier show
+    if (!open_gl::isUsable()) {
+        m_previewPlace->setText(QStringLiteral("3D preview needs OpenGL 3.3."));
+        m_dragHint->hide();
+        return;
     }
-    auto* panel = new QFrame(parent);
-    panel->setMinimumSize(280, 320);
-    auto* layout = new QVBoxLayout(panel);
-    QLabel* hint = hintLabel(QStringLiteral("3D preview needs OpenGL 3.3."), panel);
-    hint->setAlignment(Qt::AlignCenter);
-    layout->addWidget(hint);
-    return panel;
+    QWidget* card = m_previewPlace->parentWidget();
+    const WindowPlace place(window());
+    m_preview = new SkinPreview3D(card);
+    m_preview->setAccessibleName(QStringLiteral("Character preview"));
+    m_preview->setModel({}); // the default figure stands before any reply
+    delete card->layout()->replaceWidget(m_previewPlace, m_preview);
+    delete std::exchange(m_previewPlace, nullptr);
+    place.restore();
+    if (!m_model.isNull())
+        m_preview->setModel(std::exchange(m_model, {}));
+    if (!m_skin.isNull())
+        m_preview->setSkin(std::exchange(m_skin, {}));
+}
+
+// Without a preview yet, the last bytes wait for it.
+void ProfilePage::showSkin(const QByteArray& png)
+{
+    if (m_preview)
+        m_preview->setSkin(png);
+    else
+        m_skin = png;
+}
+
+void ProfilePage::showModel(const QByteArray& json)
+{
+    if (m_preview)
+        m_preview->setModel(json);
+    else
+        m_model = json;
 }
 
 void ProfilePage::takeSession(const QString& username, const QString& uuid, const QString& token)

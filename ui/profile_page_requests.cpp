@@ -1,7 +1,6 @@
 #include "ui/profile_page.h"
 
 #include "app/settings.h"
-#include "preview/skin_preview_3d.h"
 #include "services/auth_client.h"
 #include "services/http.h"
 
@@ -90,8 +89,7 @@ void ProfilePage::onSkinReply(QNetworkReply* reply)
     if (reply->error() == QNetworkReply::ContentNotFoundError) {
         m_skinStatus->setText(QStringLiteral("No skin uploaded (default look)."));
     } else if (http::errorText(reply, body.size()).isEmpty()) {
-        if (m_preview)
-            m_preview->setSkin(body);
+        showSkin(body);
         m_skinStatus->setText(QStringLiteral("Skin active."));
     }
 }
@@ -102,8 +100,7 @@ void ProfilePage::onModelReply(QNetworkReply* reply)
     if (reply->error() == QNetworkReply::ContentNotFoundError) {
         m_modelStatus->setText(QStringLiteral("No custom model (default character)."));
     } else if (http::errorText(reply, body.size()).isEmpty()) {
-        if (m_preview)
-            m_preview->setModel(body);
+        showModel(body);
         const QJsonArray elements = QJsonDocument::fromJson(body).object()[u"elements"].toArray();
         m_modelStatus->setText(
             QStringLiteral("Custom model active (%1 cubes).").arg(elements.size()));
