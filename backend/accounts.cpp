@@ -91,21 +91,20 @@ Outcome<Session> Accounts::registerAccount(const QString& name, const QString& p
 
 Outcome<Session> Accounts::login(const QString& name, const QString& password)
 {
-    QSqlQuery found = m_database.run(
+    const QVariantList found = m_database.row(
         u"SELECT uuid, name, password_hash, disabled FROM accounts WHERE name_key = ?"_s,
         {name.toLower()});
-    const bool known = found.next();
     const QByteArray given = password.toUtf8();
     // An unknown name costs the same hash as a wrong password and gets the same answer.
-    const auto verified = known ? m_passwords.verify(found.value(2).toByteArray(), given)
-                                : m_passwords.verifyNobody(given);
+    const auto verified = found.isEmpty() ? m_passwords.verifyNobody(given)
+                                          : m_passwords.verify(found[2].toByteArray(), given);
     if (!verified)
         return tooBusy();
     if (!*verified)
         return Refusal{401, u"Wrong username or password."_s};
-    if (found.value(3).toBool())
+    if (found[3].toBool())
         return Refusal{403, u"This account is disabled."_s};
-    return startSession({found.value(0).toString(), found.value(1).toString()});
+    return startSession({found[0].toString(), found[1].toString()});
 }
 
 Session Accounts::startSession(const Account& account)
@@ -120,16 +119,14 @@ Session Accounts::startSession(const Account& account)
 
 Outcome<Account> Accounts::byToken(const QByteArray& token)
 {
-    QSqlQuery found = m_database.run(
+    const QVariantList found = m_database.row(
         u"SELECT a.uuid, a.name, s.last_used FROM sessions s JOIN accounts a ON a.uuid = s.account"
         " WHERE s.token_hash = ? AND s.last_used > ? AND a.disabled = 0"_s,
         {tokenHash(token), now() - sessionSeconds});
-    if (!found.next())
+    if (found.isEmpty())
         return noSession();
-    const Account account{found.value(0).toString(), found.value(1).toString()};
-    const bool note = found.value(2).toLongLong() < now() - lastUseGrainSeconds;
-    found.finish();
-    if (note)
+    const Account account{found[0].toString(), found[1].toString()};
+    if (found[2].toLongLong() < now() - lastUseGrainSeconds)
         m_database.run(u"UPDATE sessions SET last_used = ? WHERE token_hash = ?"_s,
                        {now(), tokenHash(token)});
     return account;

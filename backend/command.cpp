@@ -1,5 +1,7 @@
 #include "backend/command.h"
 
+#include "backend/store.h"
+
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
@@ -52,11 +54,16 @@ int group(const QString& name, const QString& members, const QString& given)
     return wrongUsage(u"After \"%1\" comes one of %2."_s.arg(name, members), name);
 }
 
-Options::Options(QString name, const QString& description) : m_name(std::move(name))
+Options::Options(QString name, const QString& description, Directory directory)
+    : m_name(std::move(name)), m_directory(directory)
 {
+    const bool made = directory == Directory::MadeWhenMissing;
     m_parser.setApplicationDescription(description);
     m_parser.addOption({u"help"_s, u"Show this text."_s});
-    m_parser.addOption({u"data"_s, u"The data directory; created when missing."_s, u"DIR"_s});
+    m_parser.addOption(
+        {u"data"_s,
+         made ? u"The data directory; created when missing."_s : u"The data directory."_s,
+         u"DIR"_s});
     m_parser.addOption({u"database"_s,
                         u"A PostgreSQL database instead of the SQLite file in the data directory: "
                         "postgresql://USER@HOST:PORT/NAME. Its password comes from the environment "
@@ -114,6 +121,8 @@ std::optional<int> Options::parse(const QStringList& words)
         return wrongUsage(
             u"\"%1\" is one word too many."_s.arg(m_parser.positionalArguments().constLast()),
             m_name);
+    if (m_directory == Directory::Existing && !Store::isAt(value(u"data"_s)))
+        return fail(u"%1 is no data directory"_s.arg(value(u"data"_s)));
     return {};
 }
 

@@ -28,8 +28,12 @@ int group(const QString& name, const QString& members, const QString& given);
 class Options
 {
 public:
+    // Whether a data directory is made when there is none. What only looks at things would find
+    // everything in order in a directory whose name was mistyped.
+    enum class Directory { Existing, MadeWhenMissing };
+
     // `name` is the whole command, such as "publish version".
-    Options(QString name, const QString& description);
+    Options(QString name, const QString& description, Directory directory = Directory::Existing);
 
     void add(const QString& option, const QString& description, const QString& valueName,
              const QString& defaultValue = {});
@@ -48,6 +52,7 @@ public:
 
 private:
     QString m_name;
+    Directory m_directory;
     QCommandLineParser m_parser;
     QStringList m_required{QStringLiteral("data")};
     QString m_word;

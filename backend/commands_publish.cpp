@@ -32,7 +32,8 @@ Outcome<QString> packRuntime(const QString& path, const QString& scratch)
 int publishVersion(const QStringList& words)
 {
     command::Options options(u"publish version"_s,
-                             u"Offers a game version. The same id again replaces its jar."_s);
+                             u"Offers a game version. The same id again replaces its jar."_s,
+                             command::Options::Directory::MadeWhenMissing);
     options.require(u"id"_s, u"The version's id, such as 0.4.2."_s, u"ID"_s);
     options.require(u"file"_s, u"The game's jar."_s, u"JAR"_s);
     options.add(u"released"_s, u"The release date as players read it. Default: today."_s, u"TEXT"_s,
@@ -58,7 +59,8 @@ int publishVersion(const QStringList& words)
 
 int publishNews(const QStringList& words)
 {
-    command::Options options(u"publish news"_s, u"Puts an article on top of the news."_s);
+    command::Options options(u"publish news"_s, u"Puts an article on top of the news."_s,
+                             command::Options::Directory::MadeWhenMissing);
     options.require(u"title"_s, u"The headline."_s, u"TEXT"_s);
     options.add(u"date"_s, u"The date as players read it. Default: today."_s, u"TEXT"_s,
                 QDate::currentDate().toString(Qt::ISODate));
@@ -88,7 +90,8 @@ int publishNews(const QStringList& words)
 int publishLauncher(const QStringList& words)
 {
     command::Options options(u"publish launcher"_s,
-                             u"Offers a launcher build; replaces the platform's older one."_s);
+                             u"Offers a launcher build; replaces the platform's older one."_s,
+                             command::Options::Directory::MadeWhenMissing);
     options.require(u"file"_s, u"The executable, or the ZIP of a full archive."_s, u"FILE"_s);
     options.add(u"version"_s, u"The build's dotted version; an archive has none."_s, u"VERSION"_s);
     options.add(u"platform"_s, u"generic, linux or archive."_s, u"PLATFORM"_s, u"linux"_s);
@@ -126,7 +129,8 @@ int publishRuntime(const QStringList& words)
 {
     command::Options options(
         u"publish runtime"_s,
-        u"Offers the Java runtime. A .zip is published as it is, a .tar.gz is packed again as ZIP."_s);
+        u"Offers the Java runtime. A .zip is published as it is, a .tar.gz is packed again as ZIP."_s,
+        command::Options::Directory::MadeWhenMissing);
     options.addWord(u"FILE"_s, u"A .zip or .tar.gz that holds one directory \"jdk...\"."_s);
     if (const auto over = options.parse(words))
         return *over;

@@ -1,9 +1,9 @@
 #include "backend/database.h"
 
 #include "backend/outcome.h"
-#include "backend/schema.h"
 
 #include <QSqlError>
+#include <QSqlRecord>
 #include <QThread>
 #include <QUrl>
 
@@ -129,10 +129,20 @@ void Database::fail(QSqlDatabase& held, const QSqlQuery& query) const
     throw faultOf(error);
 }
 
-QVariant Database::value(const QString& sql, const QVariantList& values)
+QVariantList Database::row(const QString& sql, const QVariantList& values)
 {
     QSqlQuery query = run(sql, values);
-    return query.next() ? query.value(0) : QVariant();
+    QVariantList columns;
+    if (query.next()) {
+        for (int i = 0; i < query.record().count(); ++i)
+            columns.append(query.value(i));
+    }
+    return columns;
+}
+
+QVariant Database::value(const QString& sql, const QVariantList& values)
+{
+    return row(sql, values).value(0);
 }
 
 int Database::schemaVersion()
@@ -141,26 +151,25 @@ int Database::schemaVersion()
     return value(u"SELECT version FROM schema_version"_s).toInt();
 }
 
-void Database::migrate()
+void Database::migrate(const QList<QStringList>& steps)
 {
     Transaction transaction(*this);
     // Two programs that start at once must not both make the tables.
     if (m_postgres)
         run(u"SELECT pg_advisory_xact_lock(7351)"_s);
     const int found = schemaVersion();
-    const QList<QStringList> migrations = schema::migrations();
-    if (found > migrations.size())
+    if (found > steps.size())
         throw Fault(u"the database was written by a newer version of this program (schema %1, this "
                     "program knows %2)"_s.arg(found)
-                        .arg(migrations.size()));
-    if (found == migrations.size())
+                        .arg(steps.size()));
+    if (found == steps.size())
         return;
-    for (const QStringList& step : migrations.mid(found)) {
+    for (const QStringList& step : steps.mid(found)) {
         for (const QString& statement : step)
             run(statement);
     }
     run(u"DELETE FROM schema_version"_s);
-    run(u"INSERT INTO schema_version (version) VALUES (?)"_s, {migrations.size()});
+    run(u"INSERT INTO schema_version (version) VALUES (?)"_s, {steps.size()});
     transaction.commit();
 }
 

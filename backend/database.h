@@ -3,6 +3,7 @@
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 // The relational half of the data directory: accounts, sessions and what is published. Each thread
@@ -16,11 +17,15 @@ public:
     ~Database();
     Q_DISABLE_COPY_MOVE(Database)
 
-    // Brings the schema to this program's version; refuses a database of a newer program.
-    void migrate();
+    // Brings the schema to the last of these steps, all or none of those that are missing; refuses
+    // a database that has seen more steps than these.
+    void migrate(const QList<QStringList>& steps);
 
     // Prepares and runs one statement on the calling thread's connection.
     QSqlQuery run(const QString& sql, const QVariantList& values = {});
+    // The first row, or nothing. Unlike a query that is kept, it leaves no read open, after which
+    // SQLite would refuse a write as soon as somebody else has written in between.
+    QVariantList row(const QString& sql, const QVariantList& values = {});
     // The first column of the first row, or an invalid value when there is no row.
     QVariant value(const QString& sql, const QVariantList& values = {});
 

@@ -80,7 +80,8 @@ QString check(const command::Options& options, ServeOptions& parsed)
 
 std::variant<ServeOptions, int> ServeOptions::parse(const QStringList& words)
 {
-    command::Options options(u"serve"_s, u"Runs the server until SIGTERM or SIGINT."_s);
+    command::Options options(u"serve"_s, u"Runs the server until SIGTERM or SIGINT."_s,
+                             command::Options::Directory::MadeWhenMissing);
     describe(options);
     if (const auto over = options.parse(words))
         return *over;

@@ -1,12 +1,14 @@
 #include "backend/site.h"
 
+#include "backend/schema.h"
+
 using namespace Qt::StringLiterals;
 
 Site::Site(const SiteLocation& location)
     : m_store(location.directory)
     , m_database(location.database.isEmpty() ? databaseFile(location.directory) : location.database)
 {
-    m_database.migrate();
+    m_database.migrate(schema::migrations());
 }
 
 QString Site::databaseFile(const QString& directory)

@@ -56,6 +56,11 @@ Store::Store(const QString& directory) : m_directory(directory)
     }
 }
 
+bool Store::isAt(const QString& directory)
+{
+    return QDir(directory + "/files"_L1).exists();
+}
+
 StoredFile Store::add(QIODevice& source, const Progress& progress) const
 {
     Scratch scratch(temporaryPath());

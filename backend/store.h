@@ -25,6 +25,8 @@ public:
 
     // Creates what is missing below `directory`.
     explicit Store(const QString& directory);
+    // Whether a store was created there already.
+    static bool isAt(const QString& directory);
 
     StoredFile add(QIODevice& source, const Progress& progress = {}) const;
     StoredFile add(const QByteArray& content) const;

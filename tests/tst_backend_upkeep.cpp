@@ -8,7 +8,7 @@
 
 using namespace Qt::StringLiterals;
 
-// What an operator does beside publishing: withdraw, accounts, check, backup.
+// What an operator does beside publishing: withdraw, accounts, check.
 class TestBackendUpkeep : public QObject
 {
     Q_OBJECT
@@ -23,9 +23,9 @@ private Q_SLOTS:
     void readsPasswordFromStandardInput();
     void findsDamage_data();
     void findsDamage();
-    void backsUpAndRestores();
     void sweepsReplacedFiles();
-    void refusesNewerDatabase();
+    void refusesDirectoryWithoutData_data();
+    void refusesDirectoryWithoutData();
 };
 
 namespace {
@@ -232,36 +232,6 @@ void TestBackendUpkeep::findsDamage()
     QCOMPARE(backend.command({u"check"_s}).exitCode, 0);
 }
 
-void TestBackendUpkeep::backsUpAndRestores()
-{
-    if (BackendProcess::isOnPostgres())
-        QSKIP("PostgreSQL brings its own backup");
-    BackendProcess backend;
-    QVERIFY(backend.start());
-    const QByteArray token = tokenOf(enroll(backend, u"Saved"_s));
-    QVERIFY(publishLauncher(backend, "saved build"));
-    QTemporaryDir elsewhere;
-    const QString target = elsewhere.filePath(u"copy"_s);
-    const auto run = backend.command({u"backup"_s, u"--to"_s, target});
-    QVERIFY2(run.exitCode == 0, run.errors.constData());
-    QCOMPARE(backend.command({u"backup"_s, u"--to"_s, target}).exitCode, 1);
-    // What comes later is not in it.
-    QCOMPARE(enroll(backend, u"Later"_s).status, 200);
-    backend.stop();
-
-    QCOMPARE(BackendProcess::runProgram({u"check"_s, u"--data"_s, target}).exitCode, 0);
-    BackendProcess restored;
-    QVERIFY(restored.start({u"--data"_s, target}));
-    QCOMPARE(validateStatus(restored, token), 200);
-    QCOMPARE(loginStatus(restored, u"Saved"_s), 200);
-    QCOMPARE(loginStatus(restored, u"Later"_s), 401);
-    const QString url = raw_http::get(restored.port(), "/manifest.json")
-                            .json()[u"launcherLinux"_s][u"url"_s]
-                            .toString();
-    QCOMPARE(raw_http::get(restored.port(), url.mid(restored.origin().size()).toLatin1()).body,
-             "saved build");
-}
-
 void TestBackendUpkeep::sweepsReplacedFiles()
 {
     BackendProcess backend;
@@ -280,14 +250,26 @@ void TestBackendUpkeep::sweepsReplacedFiles()
              "newer");
 }
 
-void TestBackendUpkeep::refusesNewerDatabase()
+void TestBackendUpkeep::refusesDirectoryWithoutData_data()
 {
-    BackendProcess backend;
-    QCOMPARE(backend.command({u"list"_s}).exitCode, 0);
-    QVERIFY(backend.runSql(u"UPDATE schema_version SET version = 99"_s));
-    const auto run = backend.command({u"list"_s});
+    QTest::addColumn<QStringList>("words");
+    QTest::newRow("list") << QStringList{u"list"_s};
+    QTest::newRow("withdraw") << QStringList{u"withdraw"_s, u"runtime"_s};
+    QTest::newRow("accounts list") << QStringList{u"accounts"_s, u"list"_s};
+    QTest::newRow("check") << QStringList{u"check"_s};
+    QTest::newRow("backup") << QStringList{u"backup"_s, u"--to"_s, u"/nowhere/copy"_s};
+}
+
+// A mistyped name must not come out as an empty directory in which all is well.
+void TestBackendUpkeep::refusesDirectoryWithoutData()
+{
+    QFETCH(QStringList, words);
+    const QTemporaryDir parent;
+    const QString missing = parent.filePath(u"mistyped"_s);
+    const auto run = BackendProcess::runProgram(words + QStringList{u"--data"_s, missing});
     QCOMPARE(run.exitCode, 1);
-    QVERIFY2(run.errors.contains("written by a newer version"), run.errors.constData());
+    QCOMPARE(run.errors, QByteArray("error: " + missing.toUtf8() + " is no data directory\n"));
+    QVERIFY(!QDir(missing).exists());
 }
 
 QTEST_GUILESS_MAIN(TestBackendUpkeep)

@@ -138,6 +138,11 @@ QStringList BackendProcess::location() const
     return words;
 }
 
+QString BackendProcess::databaseLocation() const
+{
+    return isOnPostgres() ? databaseUrl() : QString(data() + "/tessellan.sqlite"_L1);
+}
+
 bool BackendProcess::runSql(const QString& sql) const
 {
     if (isOnPostgres())
@@ -145,7 +150,7 @@ bool BackendProcess::runSql(const QString& sql) const
     bool ran = false;
     {
         QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"runSql"_s);
-        database.setDatabaseName(data() + "/tessellan.sqlite"_L1);
+        database.setDatabaseName(databaseLocation());
         ran = database.open() && QSqlQuery(database).exec(sql);
     }
     QSqlDatabase::removeDatabase(u"runSql"_s);

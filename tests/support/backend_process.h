@@ -39,6 +39,8 @@ public:
     };
     // Runs another command on the same data directory (--data is added).
     Run command(const QStringList& words, const QByteArray& input = {}) const;
+    // Where its database is: the path of an SQLite file, or a postgresql:// address.
+    QString databaseLocation() const;
     // Changes the database behind the program's back.
     bool runSql(const QString& sql) const;
 
