@@ -82,10 +82,14 @@ ArchiveWalk::ArchiveWalk(const QString& path, Kind kind)
         archive_read_support_filter_gzip(m_reader);
         archive_read_support_format_tar(m_reader);
     }
+    QFile probe(path);
+    const QString unreadable = probe.open(QIODevice::ReadOnly)
+                                   ? QString()
+                                   : QString(u"cannot be read: "_s + probe.errorString());
     // By file name: a read callback cannot seek to the ZIP directory, where modes and links stand.
     const QByteArray file = QFile::encodeName(path);
     if (archive_read_open_filename(m_reader, file.constData(), blockBytes) != ARCHIVE_OK)
-        fail(QFileInfo::exists(path) ? u"is no archive of this kind"_s : u"does not exist"_s);
+        fail(unreadable.isEmpty() ? u"is no archive of this kind"_s : unreadable);
 }
 
 ArchiveWalk::~ArchiveWalk()

@@ -13,7 +13,8 @@ struct SiteLocation
 };
 
 // An opened data directory: what every command works on. Opening creates what is missing and
-// brings the database up to date; several processes may have the same directory open.
+// brings the database up to date; several processes may have the same directory open. Throws Fault
+// when root opens the directory of another user.
 class Site
 {
 public:

@@ -6,6 +6,8 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 // What an operator does beside publishing: withdraw, accounts, check.
@@ -26,6 +28,8 @@ private Q_SLOTS:
     void sweepsReplacedFiles();
     void refusesDirectoryWithoutData_data();
     void refusesDirectoryWithoutData();
+    void refusesRootInDirectoryOfAnother();
+    void drawsProgressOnTerminalOnly();
 };
 
 namespace {
@@ -270,6 +274,45 @@ void TestBackendUpkeep::refusesDirectoryWithoutData()
     QCOMPARE(run.exitCode, 1);
     QCOMPARE(run.errors, QByteArray("error: " + missing.toUtf8() + " is no data directory\n"));
     QVERIFY(!QDir(missing).exists());
+}
+
+// What root wrote, the server's own account could not read.
+void TestBackendUpkeep::refusesRootInDirectoryOfAnother()
+{
+    if (::geteuid() != 0)
+        QSKIP("needs root");
+    const BackendProcess backend;
+    QVERIFY(publishLauncher(backend, "a build"));
+    constexpr uid_t nobody = 65534;
+    QCOMPARE(::chown(QFile::encodeName(backend.data()).constData(), nobody, nobody), 0);
+    const auto run = backend.command({u"check"_s});
+    QCOMPARE(run.exitCode, 1);
+    QVERIFY2(run.errors.contains("belongs to nobody: run this as that user"),
+             run.errors.constData());
+    QCOMPARE(::chown(QFile::encodeName(backend.data()).constData(), 0, 0), 0);
+    QCOMPARE(backend.command({u"check"_s}).exitCode, 0);
+}
+
+void TestBackendUpkeep::drawsProgressOnTerminalOnly()
+{
+    const BackendProcess backend;
+    QVERIFY(publishLauncher(backend, "a build"));
+    const auto piped = backend.command({u"check"_s});
+    QCOMPARE(piped.errors, QByteArray());
+    QVERIFY2(!piped.output.contains('\r') && !piped.output.contains('['), piped.output.constData());
+
+    // script(1) gives it a terminal.
+    QProcess terminal;
+    QStringList words{BackendProcess::program(), u"check"_s};
+    words += backend.location();
+    terminal.start(u"script"_s,
+                   {u"-qec"_s, QString(u'\'' + words.join(u"' '"_s) + u'\''), u"/dev/null"_s});
+    QVERIFY(terminal.waitForFinished());
+    const QByteArray shown = terminal.readAll();
+    QVERIFY2(shown.contains("Checking [########################################] 100 %"),
+             shown.constData());
+    // The bar makes room for the result.
+    QVERIFY2(shown.contains("\r\x1b[KAll is well"), shown.constData());
 }
 
 QTEST_GUILESS_MAIN(TestBackendUpkeep)

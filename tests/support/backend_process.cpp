@@ -14,11 +14,6 @@ namespace {
 
 constexpr int patienceMs = 30000;
 
-QString program()
-{
-    return QStringLiteral(TESSELLAN_BACKEND_EXE);
-}
-
 // Fills the head's fields; false while it is not complete.
 bool parseHead(RawReply& reply)
 {
@@ -46,6 +41,11 @@ bool isComplete(RawReply& reply, bool head)
 }
 
 } // namespace
+
+QString BackendProcess::program()
+{
+    return QStringLiteral(TESSELLAN_BACKEND_EXE);
+}
 
 BackendProcess::~BackendProcess()
 {

@@ -47,12 +47,14 @@ public:
     // Whether TESSELLAN_TEST_POSTGRES names a PostgreSQL server ("postgresql://USER@HOST:PORT"):
     // each object then makes a database of its own there instead of using SQLite.
     static bool isOnPostgres();
+    static QString program();
+    // The options that say where its data are.
+    QStringList location() const;
     // Runs the program as it is.
     static Run runProgram(const QStringList& words, const QByteArray& input = {});
 
 private:
     QString databaseUrl() const;
-    QStringList location() const;
 
     QTemporaryDir m_data;
     mutable QString m_databaseName;
