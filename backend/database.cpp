@@ -86,13 +86,15 @@ void Database::open(QSqlDatabase& connection) const
     }
     if (!connection.open())
         throw faultOf(connection.lastError());
-    if (m_postgres)
-        return;
     // FULL, because an answered registration must survive a power cut, not only a crash.
-    for (const auto* pragma : {"busy_timeout = 10000", "journal_mode = WAL", "synchronous = FULL",
-                               "foreign_keys = ON"}) {
+    static const QStringList forSqlite{
+        u"PRAGMA busy_timeout = 10000"_s, u"PRAGMA journal_mode = WAL"_s,
+        u"PRAGMA synchronous = FULL"_s, u"PRAGMA foreign_keys = ON"_s};
+    // It would tell on standard error that a table exists already.
+    static const QStringList forPostgres{u"SET client_min_messages = warning"_s};
+    for (const QString& statement : m_postgres ? forPostgres : forSqlite) {
         QSqlQuery query(connection);
-        if (!query.exec(u"PRAGMA "_s + QString::fromLatin1(pragma)))
+        if (!query.exec(statement))
             throw faultOf(query.lastError());
     }
 }
