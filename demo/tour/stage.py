@@ -30,8 +30,8 @@ class Stage:
         self.server = arguments.server
         self._process = None
         self._program = None
-        # What the tour makes for uploading.
-        self.files = Path(os.environ["HOME"])
+        # What the tour makes for uploading, at a place that every keyboard can spell.
+        self.files = Path(os.environ["XDG_RUNTIME_DIR"])
         # Where the launcher keeps its files when nobody told it otherwise.
         self.game_dir = Path(os.environ["XDG_DATA_HOME"], "Tessellan/Tessellan Launcher/game")
 
