@@ -41,3 +41,20 @@ start_weston() {
     started+=($!)
     await "a Wayland compositor" [ -S "$XDG_RUNTIME_DIR/wayland-test" ]
 }
+
+# make_authority <host> ...: an authority to trust in $work/authorities, and a server's certificate
+# and key for the hosts in $work/server.{crt,key}.
+make_authority() {
+    local names=DNS:localhost host
+    for host; do names+=,DNS:$host; done
+    mkdir "$work/authorities"
+    {
+        openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=Authority of this run" \
+            -keyout "$work/ca.key" -out "$work/authorities/ca.pem" &&
+            openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=localhost" \
+                -addext "subjectAltName=$names" -addext "basicConstraints=critical,CA:false" \
+                -CA "$work/authorities/ca.pem" -CAkey "$work/ca.key" \
+                -keyout "$work/server.key" -out "$work/server.crt" &&
+            openssl rehash "$work/authorities"
+    } >"$work/openssl.log" 2>&1 || fail "certificates"
+}
