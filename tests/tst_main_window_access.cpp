@@ -13,10 +13,12 @@
 #include <QHelpEvent>
 #include <QImage>
 #include <QLabel>
+#include <QLayout>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QScrollBar>
 #include <QStackedWidget>
 #include <QTest>
@@ -309,12 +311,16 @@ private Q_SLOTS:
         m_driver->click("consoleButton");
         m_driver->window().resize(1, 1);
         QTest::qWait(0);
+        auto* middle = qobject_cast<QScrollArea*>(
+            m_driver->window().centralWidget()->layout()->itemAt(1)->widget());
         for (int page = 0; page < 6; ++page) {
             m_driver->pages()->setCurrentIndex(page);
             QTest::qWait(0);
-            for (const QWidget* widget : operable()) {
+            for (QWidget* widget : operable()) {
                 if (!widget->isVisible() || widget->inherits("QLineEdit"))
                     continue;
+                if (middle->isAncestorOf(widget))
+                    middle->ensureWidgetVisible(widget, 0, 0);
                 QVERIFY2(widget->visibleRegion().boundingRect().size() == widget->size(),
                          qPrintable(widget->objectName()));
             }

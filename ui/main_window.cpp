@@ -8,6 +8,7 @@
 #include "ui/elided_label.h"
 #include "ui/pages.h"
 #include "ui/profile_page.h"
+#include "ui/short_screen_area.h"
 #include "ui/style_sheet.h"
 #include "versions/version_manager.h"
 
@@ -16,6 +17,8 @@
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScreen>
+#include <QShowEvent>
 #include <QStackedWidget>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -37,6 +40,14 @@ MainWindow::MainWindow(QWidget* parent)
     m_updates->checkForUpdate();
 }
 
+// On a screen smaller than the window nothing may lie beyond the edge, PLAY least of all.
+void MainWindow::showEvent(QShowEvent* event)
+{
+    if (!event->spontaneous())
+        resize(size().boundedTo(screen()->availableSize()));
+    QMainWindow::showEvent(event);
+}
+
 // Widgets are made in the order the eye meets them, which makes it the order of the Tab key.
 void MainWindow::buildUi()
 {
@@ -52,10 +63,11 @@ void MainWindow::buildUi()
 
     rows->addWidget(new BannerWidget(this));
 
-    auto* middle = new QHBoxLayout;
+    auto* middleRow = new QWidget(this);
+    auto* middle = new QHBoxLayout(middleRow);
     middle->setContentsMargins(0, 0, 0, 0);
     middle->setSpacing(0);
-    rows->addLayout(middle, 1);
+    rows->addWidget(new ShortScreenArea(middleRow, central), 1);
     buildSidebar();
     middle->addWidget(m_sidebar);
     m_pages = new QStackedWidget(this);

@@ -36,6 +36,9 @@ class MainWindow : public QMainWindow
 public:
     explicit MainWindow(QWidget* parent = nullptr);
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private Q_SLOTS:
     void onPlayClicked();
     void onLoginClicked();

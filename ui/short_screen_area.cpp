@@ -1,0 +1,50 @@
+#include "ui/short_screen_area.h"
+
+#include <QEvent>
+#include <QLayout>
+#include <QScreen>
+
+// A resizable widget would be given its preferred height, and scroll where it could give way.
+ShortScreenArea::ShortScreenArea(QWidget* content, QWidget* parent) : QScrollArea(parent)
+{
+    setFrameShape(QFrame::NoFrame);
+    setFocusPolicy(Qt::NoFocus); // the widgets inside take it, and are scrolled to
+    setWidget(content);
+}
+
+QSize ShortScreenArea::minimumSizeHint() const
+{
+    QSize room = screen()->availableSize();
+    for (const QObject* child : parent()->children()) {
+        const auto* sibling = qobject_cast<const QWidget*>(child);
+        if (sibling && sibling != this)
+            room.rheight() -= qMax(sibling->minimumSizeHint().height(), sibling->minimumHeight());
+    }
+    return widget()->minimumSizeHint().boundedTo(room).expandedTo({0, 0});
+}
+
+bool ShortScreenArea::event(QEvent* event)
+{
+    if (event->type() == QEvent::LayoutRequest) {
+        updateGeometry();
+        resizeContent();
+    }
+    return QScrollArea::event(event);
+}
+
+void ShortScreenArea::resizeEvent(QResizeEvent* event)
+{
+    QScrollArea::resizeEvent(event);
+    resizeContent();
+}
+
+// In a narrow window texts need more lines; so much does not fit into it then.
+void ShortScreenArea::resizeContent()
+{
+    const QLayout* layout = widget()->layout();
+    QSize least = layout->totalMinimumSize();
+    const int width = qMax(least.width(), viewport()->width());
+    if (layout->hasHeightForWidth())
+        least.setHeight(layout->totalMinimumHeightForWidth(width));
+    widget()->resize(width, qMax(least.height(), viewport()->height()));
+}
