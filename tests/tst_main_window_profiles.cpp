@@ -20,7 +20,7 @@
 #include <QTest>
 #include <QToolButton>
 
-// The launch selector, the profiles list and the editor.
+// The profiles list and the editor.
 class TestMainWindowProfiles : public QObject
 {
     Q_OBJECT
@@ -35,104 +35,6 @@ private Q_SLOTS:
         m_driver->storeSession();
     }
     void cleanup() { m_driver.reset(); }
-
-    void isEmptyWithoutProfilesAndVersions()
-    {
-        m_driver->openAndWait();
-        QCOMPARE(m_driver->selector()->count(), 0);
-        QVERIFY(!m_driver->play()->isEnabled());
-        QCOMPARE(list()->count(), 0);
-    }
-
-    void listsProfilesThenASeparatorThenVersions()
-    {
-        store("A", "1.0");
-        store("B", "");
-        serve({"2.0", "1.0"});
-        m_driver->openAndWait();
-        QCOMPARE(m_driver->selectorTexts(),
-                 (QStringList{QStringLiteral("A  (1.0)"), QStringLiteral("B  ()"), QString(),
-                              QStringLiteral("2.0"), QStringLiteral("1.0")}));
-        QCOMPARE(m_driver->selectorData(),
-                 (QStringList{QStringLiteral("A"), QStringLiteral("B"), QString(),
-                              QStringLiteral("version:2.0"), QStringLiteral("version:1.0")}));
-        QCOMPARE(m_driver->selector()->itemData(2, Qt::AccessibleDescriptionRole).toString(),
-                 QStringLiteral("separator"));
-        QVERIFY(m_driver->play()->isEnabled());
-    }
-
-    void hasNoSeparatorWithoutProfiles()
-    {
-        serve({"1.0"});
-        m_driver->openAndWait();
-        QCOMPARE(m_driver->selectorData(), QStringList{QStringLiteral("version:1.0")});
-    }
-
-    void holdsProfilesAndATrailingSeparatorWithoutAManifest()
-    {
-        store("A", "1.0");
-        m_driver->server().answer("/manifest.json", HttpAnswer::htmlError());
-        m_driver->openAndWait();
-        // Not filled before the first manifest, or the first look at the profiles.
-        QCOMPARE(m_driver->selector()->count(), 0);
-        m_driver->click(m_driver->nav("Profiles"));
-        QCOMPARE(m_driver->selectorData(), (QStringList{QStringLiteral("A"), QString()}));
-        QVERIFY(m_driver->play()->isEnabled());
-    }
-
-    void doesNothingOnPlayWhileTheSelectorIsEmpty()
-    {
-        store("A", "1.0");
-        m_driver->server().answer("/manifest.json", HttpAnswer::htmlError());
-        m_driver->openAndWait();
-        const QString before = m_driver->status();
-        QVERIFY(m_driver->play()->isEnabled());
-        m_driver->click(m_driver->play());
-        QCOMPARE(m_driver->status(), before);
-        QCOMPARE(Settings::get().lastVersion(), QString());
-        QVERIFY(m_driver->play()->isEnabled());
-    }
-
-    void marksInstalledAndOutdatedVersions()
-    {
-        const GameVersion current = m_driver->serveVersion(QStringLiteral("1.0"), "jar one");
-        const GameVersion outdated = m_driver->serveVersion(QStringLiteral("2.0"), "jar two");
-        const GameVersion missing = m_driver->serveVersion(QStringLiteral("3.0"), "jar three");
-        install("1.0", "jar one");
-        install("2.0", "an older jar");
-        m_driver->serveManifest({current, outdated, missing});
-        m_driver->openAndWait();
-        const QStringList expected{QStringLiteral("1.0  (installed)"),
-                                   QStringLiteral("2.0  (update available)"),
-                                   QStringLiteral("3.0")};
-        QCOMPARE(m_driver->selectorTexts(), expected);
-        openEditor();
-        QStringList inEditor;
-        for (int i = 0; i < combo()->count(); ++i)
-            inEditor.append(combo()->itemText(i));
-        QCOMPARE(inEditor, expected);
-        QCOMPARE(combo()->itemData(1).toString(), QStringLiteral("2.0"));
-        QCOMPARE(combo()->currentIndex(), 0);
-    }
-
-    // The first insertion records the first entry before the active one is read back.
-    void endsEveryRefillWithTheFirstEntrySelectedAndActive()
-    {
-        store("A", "1.0");
-        store("B", "1.0");
-        serve({"1.0"});
-        ProfileManager::get().setActiveProfile(QStringLiteral("B"));
-        m_driver->openAndWait();
-        QCOMPARE(m_driver->selector()->currentIndex(), 0);
-        QCOMPARE(ProfileManager::get().activeProfile(), QStringLiteral("A"));
-
-        m_driver->selector()->setFocus();
-        QTest::keyClick(m_driver->selector(), Qt::Key_Down);
-        QCOMPARE(ProfileManager::get().activeProfile(), QStringLiteral("B"));
-        m_driver->click(m_driver->nav("Profiles"));
-        QCOMPARE(m_driver->selector()->currentIndex(), 0);
-        QCOMPARE(ProfileManager::get().activeProfile(), QStringLiteral("A"));
-    }
 
     void laysOutTheListPage()
     {
@@ -460,15 +362,6 @@ private:
         QVERIFY(ProfileManager::get().save(
             {QLatin1String(name), QLatin1String(version), 512, 2048, QString()}, QString(),
             nullptr));
-    }
-
-    static void install(const char* id, const QByteArray& jar)
-    {
-        const QString path = VersionManager().jarPath(QLatin1String(id));
-        QVERIFY(QDir().mkpath(QFileInfo(path).absolutePath()));
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(jar);
     }
 
     void serve(const QList<const char*>& ids)
