@@ -15,6 +15,7 @@
 #include <QTest>
 #include <QTextBrowser>
 #include <QToolButton>
+#include <QWindow>
 
 // The news pages and the settings page.
 class TestMainWindowPages : public QObject
@@ -95,6 +96,24 @@ private Q_SLOTS:
         QCOMPARE(m_driver->find<QLabel>("newsTitle")->text(), QStringLiteral("Second"));
         QVERIFY(m_driver->newsDate()->isHidden());
         QCOMPARE(body()->toPlainText(), QStringLiteral("two <b>bold</b>\n# three"));
+    }
+
+    // The button "← Back" then stands where the headline stood.
+    void staysInTheReaderAfterADoubleClick()
+    {
+        m_driver->serveManifest({}, {{QStringLiteral("First"), {}, {}}});
+        m_driver->openAndWait();
+        QWindow* handle = m_driver->window().windowHandle();
+        const QPoint headline =
+            list()->viewport()->mapTo(&m_driver->window(),
+                                      list()->visualItemRect(list()->item(0)).topLeft()) +
+            QPoint(20, 12);
+        QTest::mouseDClick(handle, Qt::LeftButton, {}, headline);
+        QTRY_COMPARE(m_driver->page(), 1);
+        auto* back = m_driver->find<QPushButton>("newsBackButton");
+        QCOMPARE(m_driver->window().childAt(headline), back);
+        m_driver->click(back);
+        QCOMPARE(m_driver->page(), 0);
     }
 
     void opensAnItemByTheReturnKey()

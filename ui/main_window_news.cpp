@@ -3,6 +3,7 @@
 #include "ui/pages.h"
 #include "versions/version_manager.h"
 
+#include <QEvent>
 #include <QListWidget>
 #include <QPushButton>
 #include <QStackedWidget>
@@ -25,6 +26,22 @@ QTextOption::WrapMode wrapModeFor(const QString& text)
     return QTextOption::WrapAtWordBoundaryOrAnywhere;
 }
 
+// Who double-clicks a headline opens it with the first click; the second must not press the button
+// that stands there by then.
+class DoubleClickGuard : public QObject
+{
+public:
+    explicit DoubleClickGuard(QWidget* guarded) : QObject(guarded)
+    {
+        guarded->installEventFilter(this);
+    }
+
+    bool eventFilter(QObject*, QEvent* event) override
+    {
+        return event->type() == QEvent::MouseButtonDblClick;
+    }
+};
+
 } // namespace
 
 void MainWindow::buildNewsPages()
@@ -43,6 +60,7 @@ void MainWindow::buildNewsPages()
     auto* back = new QPushButton(QStringLiteral("← Back"), readerPage);
     back->setObjectName(QStringLiteral("newsBackButton"));
     back->setFixedWidth(90);
+    new DoubleClickGuard(back);
     connect(back, &QPushButton::clicked, this,
             [this] { m_pages->setCurrentIndex(pages::NewsList); });
     readerLayout->addWidget(back, 0, Qt::AlignLeft);
