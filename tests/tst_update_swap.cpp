@@ -101,6 +101,8 @@ private Q_SLOTS:
         QCOMPARE(older.exitStatus(), QProcess::NormalExit);
         QCOMPARE(older.exitCode(), 0);
 
+        expectToHaveShown();
+
         QTRY_VERIFY_WITH_TIMEOUT(processShowing(newTitle, exe()) != 0, limitMs);
         QVERIFY(contentOf(exe()) == contentOf(QStringLiteral(NEWER_LAUNCHER)));
         QVERIFY(QFileInfo(exe()).isExecutable());
@@ -124,6 +126,23 @@ private:
                           QString(m_backend->origin() + u"/manifest.json"));
     }
 
+    // What the older launcher's window showed from its start to its end.
+    void expectToHaveShown()
+    {
+        QStringList texts = QString::fromUtf8(contentOf(m_home->filePath(windowLog))).split(u'\n');
+        const QStringList progress = texts.filter(QStringLiteral("progress "));
+        texts.removeIf([](const QString& line) { return !line.startsWith(u"status "); });
+        // The list of versions is fetched at the same time and may come before the update or after.
+        QVERIFY(texts.removeOne(QStringLiteral("status 0 versions available")));
+        QCOMPARE(texts, (QStringList{
+                            QStringLiteral("status Checking for versions..."),
+                            QStringLiteral("status Updating launcher to 1.0.16..."),
+                            QStringLiteral("status Launcher 1.0.16 downloaded - restarting..."),
+                            QStringLiteral("status Restarting..."),
+                        }));
+        QCOMPARE(progress.value(progress.size() - 1), QStringLiteral("progress 100 of 100"));
+    }
+
     QProcessEnvironment environment() const
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -133,11 +152,13 @@ private:
         environment.insert(QStringLiteral("XDG_DATA_HOME"),
                            m_home->filePath(QStringLiteral("data")));
         environment.insert(QStringLiteral("TMPDIR"), m_home->filePath(QStringLiteral("tmp")));
+        environment.insert(QStringLiteral("WINDOW_LOG"), m_home->filePath(windowLog));
         return environment;
     }
 
     const QString directory = QStringLiteral("my Spiele für später");
     const QString script = QStringLiteral("tmp/tessellan_launcher_update.sh");
+    const QString windowLog = QStringLiteral("window.log");
     const QString oldTitle = QStringLiteral("Tessellan Launcher 1.0.15");
     const QString newTitle = QStringLiteral("Tessellan Launcher 1.0.16");
 
