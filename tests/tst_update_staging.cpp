@@ -6,12 +6,8 @@
 #include <QFileInfo>
 #include <QTest>
 
-#include <algorithm>
-#include <csignal>
 #include <memory>
-#include <vector>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -275,105 +271,6 @@ private Q_SLOTS:
         expectFailedStaging();
     }
 
-    void failsOnShortWrites_data() { standsWheneverKilled_data(); }
-
-    void failsOnShortWrites()
-    {
-        QFETCH(QStringList, variables);
-        for (const QString& variable : variables)
-            m_probe->setVariable(variable, QStringLiteral("1"));
-        // The system itself cuts the last slice.
-        m_probe->process().setChildProcessModifier([] {
-            const rlimit limit{severalSlices - 1000, severalSlices - 1000};
-            setrlimit(RLIMIT_FSIZE, &limit);
-            signal(SIGXFSZ, SIG_IGN);
-        });
-        m_probe->offer(m_probe->newBuild(severalSlices));
-        m_probe->run();
-        expectFailedStaging();
-    }
-
-    void failsWithoutShell()
-    {
-        m_probe->setVariable(QStringLiteral("FAULT_EXEC"), QStringLiteral("1"));
-        m_probe->offer(m_probe->newBuild());
-        m_probe->run();
-        expectFailedStaging();
-    }
-
-    void standsWhateverFails_data()
-    {
-        QTest::addColumn<QStringList>("variables");
-        const auto noUnnamed = QStringLiteral("FAULT_TMPFILE");
-        QTest::newRow("errors") << QStringList();
-        QTest::newRow("errors without unnamed files") << QStringList{noUnnamed};
-    }
-
-    // One run per file operation, which fails; the last run has none left to fail.
-    void standsWhateverFails()
-    {
-        QFETCH(QStringList, variables);
-        int failed = 0;
-        for (int point = 1;; ++point) {
-            InstalledProbe probe;
-            for (const QString& variable : variables)
-                probe.setVariable(variable, QStringLiteral("1"));
-            const int passed = runWithPoint(probe, QStringLiteral("FAULT_AT"), point);
-            // A file system without unnamed files is no fault.
-            const bool harmless = passed < point || operationAt(probe, point) == "open unnamed";
-            QCOMPARE(probe.lastLine(), harmless ? ready : couldNotStage);
-            if (!harmless) {
-                ++failed;
-                QVERIFY2(probe.nothingIsStaged(), qPrintable(QString::number(point)));
-                QVERIFY(probe.end());
-                QVERIFY(probe.oldStands());
-            } else {
-                QVERIFY(probe.end());
-                QTRY_VERIFY(QFile::exists(probe.startedMark()));
-                QVERIFY(probe.stands(probe.newBuild(severalSlices)));
-            }
-            if (passed < point)
-                break;
-        }
-        QVERIFY2(failed >= 10, qPrintable(QString::number(failed)));
-    }
-
-    void standsWheneverKilled_data()
-    {
-        QTest::addColumn<QStringList>("variables");
-        QTest::newRow("with unnamed files") << QStringList();
-        QTest::newRow("without") << QStringList{QStringLiteral("FAULT_TMPFILE")};
-    }
-
-    // One run per file operation, right before which the program is killed.
-    void standsWheneverKilled()
-    {
-        QFETCH(QStringList, variables);
-        std::vector<std::unique_ptr<InstalledProbe>> killed;
-        for (int point = 1;; ++point) {
-            auto probe = std::make_unique<InstalledProbe>();
-            for (const QString& variable : variables)
-                probe->setVariable(variable, QStringLiteral("1"));
-            if (runWithPoint(*probe, QStringLiteral("KILL_AT"), point) < point)
-                break;
-            QCOMPARE(probe->process().exitStatus(), QProcess::CrashExit);
-            QVERIFY(probe->oldStands());
-            if (probe->nothingIsStaged())
-                continue;
-            // The next start stages over what the dead one left.
-            probe->setVariable(QStringLiteral("KILL_AT"), {});
-            probe->run();
-            QCOMPARE(probe->lastLine(), ready);
-            QVERIFY(probe->end());
-            killed.push_back(std::move(probe));
-        }
-        QVERIFY2(killed.size() >= 5, qPrintable(QString::number(killed.size())));
-        for (const auto& probe : killed) {
-            QTRY_VERIFY(QFile::exists(probe->startedMark()));
-            QVERIFY(probe->stands(probe->newBuild(severalSlices)));
-        }
-    }
-
     void standsWhenKilledDuringTheDownload()
     {
         const QByteArray build = m_probe->newBuild(severalSlices);
@@ -422,28 +319,6 @@ private:
         QVERIFY(m_probe->end());
         QVERIFY(m_probe->oldStands());
         QVERIFY(m_probe->oldStarts());
-    }
-
-    static QString pointLog(const InstalledProbe& probe)
-    {
-        return probe.temporaryDirectory() + u"/points";
-    }
-
-    static QByteArray operationAt(const InstalledProbe& probe, int point)
-    {
-        const QByteArray line = contentOf(pointLog(probe)).split('\n').value(point - 1);
-        return line.mid(line.indexOf(' ') + 1);
-    }
-
-    // The number of points passed.
-    static int runWithPoint(InstalledProbe& probe, const QString& variable, int point)
-    {
-        const QString log = pointLog(probe);
-        probe.setVariable(QStringLiteral("FAULT_LOG"), log);
-        probe.setVariable(variable, QString::number(point));
-        probe.offer(probe.newBuild(severalSlices));
-        probe.run();
-        return static_cast<int>(contentOf(log).count('\n'));
     }
 
     std::unique_ptr<InstalledProbe> m_probe;

@@ -1,14 +1,17 @@
 // Linked into a test program, this stands before the C library's file operations. Each operation
 // that touches a staged update is one point, counted from 1. FAULT_AT=<n> lets the n-th fail, and
 // KILL_AT=<n> kills the process right before it. FAULT_TMPFILE=1 plays a file system without
-// unnamed files, and FAULT_EXEC=1 lets no program start. FAULT_LOG=<file> receives a line
-// for each point that was passed.
+// unnamed files, and FAULT_EXEC=1 lets no program start. With FAULT_DIR=<directory> operations on
+// what lies below it are points as well. FAULT_LINK=<ending> plays somebody who puts a link to
+// TMPDIR's "victim" where a file of that ending is about to be made. FAULT_LOG=<file> receives a
+// line for each point that was passed.
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -34,11 +37,27 @@ Function original(const char* name)
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
+// `path` as seen from the open directory.
+bool isBelowDirectory(int directory, const char* path)
+{
+    const char* watchedDirectory = std::getenv("FAULT_DIR");
+    if (!watchedDirectory)
+        return false;
+    std::string absolute = path;
+    if (absolute[0] != '/' && directory != AT_FDCWD) {
+        char start[4096];
+        const std::string link = "/proc/self/fd/" + std::to_string(directory);
+        const ssize_t size = readlink(link.c_str(), start, sizeof start);
+        absolute = std::string(start, size < 0 ? 0 : static_cast<size_t>(size)) + '/' + absolute;
+    }
+    return absolute.starts_with(std::string(watchedDirectory) + '/');
+}
+
 bool concernsUpdate(const char* path)
 {
     const size_t length = std::strlen(path);
     return (length > 4 && std::strcmp(path + length - 4, ".new") == 0) ||
-           std::strstr(path, "tessellan_launcher_update.sh");
+           std::strstr(path, "tessellan_launcher_update.sh") || isBelowDirectory(AT_FDCWD, path);
 }
 
 bool isWatched(int descriptor)
@@ -76,19 +95,35 @@ bool reached(const char* operation, int error)
     return true;
 }
 
+void plantLink(const char* path)
+{
+    const char* ending = std::getenv("FAULT_LINK");
+    if (!ending || !std::string(path).ends_with(ending))
+        return;
+    static const auto realSymlink = original<int (*)(const char*, const char*)>("symlink");
+    const std::string victim = std::string(std::getenv("TMPDIR")) + "/victim";
+    realSymlink(victim.c_str(), path);
+}
+
 int openFile(const char* name, const char* path, int flags, mode_t mode)
 {
     const auto real = original<int (*)(const char*, int, ...)>(name);
     const bool unnamed = (flags & O_TMPFILE) == O_TMPFILE;
-    // Reading is no step of an update.
-    if ((flags & O_ACCMODE) == O_RDONLY || (!unnamed && !concernsUpdate(path)))
+    // Reading a file is no step of an update; a directory is opened to change its mode.
+    const bool reads = (flags & O_ACCMODE) == O_RDONLY && !(flags & O_DIRECTORY);
+    if (reads || (!unnamed && !concernsUpdate(path)))
         return real(path, flags, mode);
-    if (reached(unnamed ? "open unnamed" : "open", EACCES))
+    const char* operation = unnamed               ? "open unnamed"
+                            : flags & O_DIRECTORY ? "open directory"
+                                                  : "open";
+    if (reached(operation, EACCES))
         return -1;
     if (unnamed && number("FAULT_TMPFILE")) {
         errno = EOPNOTSUPP;
         return -1;
     }
+    if (flags & O_CREAT)
+        plantLink(path);
     const int descriptor = real(path, flags, mode);
     if (descriptor >= 0 && descriptor < maxDescriptors)
         watched[descriptor] = true;
@@ -115,6 +150,13 @@ int open64(const char* path, int flags, ...)
     const mode_t mode = va_arg(arguments, mode_t);
     va_end(arguments);
     return openFile("open64", path, flags, mode);
+}
+
+// open() without a mode, as libraries with fortified sources call it.
+int openFortified(const char* path, int flags) __asm__("__open_2");
+int openFortified(const char* path, int flags)
+{
+    return openFile("open", path, flags, 0);
 }
 
 ssize_t write(int descriptor, const void* data, size_t size)
@@ -146,9 +188,10 @@ int unlink(const char* path) noexcept
 int linkat(int fromDirectory, const char* from, int toDirectory, const char* to, int flags) noexcept
 {
     static const auto real = original<int (*)(int, const char*, int, const char*, int)>("linkat");
-    return concernsUpdate(to) && reached("linkat", EIO)
-               ? -1
-               : real(fromDirectory, from, toDirectory, to, flags);
+    if (concernsUpdate(to) && reached("linkat", EIO))
+        return -1;
+    plantLink(to);
+    return real(fromDirectory, from, toDirectory, to, flags);
 }
 
 int chmod(const char* path, mode_t mode) noexcept
@@ -161,6 +204,44 @@ int fchmod(int descriptor, mode_t mode) noexcept
 {
     static const auto real = original<int (*)(int, mode_t)>("fchmod");
     return isWatched(descriptor) && reached("fchmod", EPERM) ? -1 : real(descriptor, mode);
+}
+
+int openat(int directory, const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    static const auto real = original<int (*)(int, const char*, int, ...)>("openat");
+    return isBelowDirectory(directory, path) && reached("openat", EACCES)
+               ? -1
+               : real(directory, path, flags, mode);
+}
+
+int fstatat(int directory, const char* path, struct stat* info, int flags) noexcept
+{
+    static const auto real = original<int (*)(int, const char*, struct stat*, int)>("fstatat");
+    return isBelowDirectory(directory, path) && reached("fstatat", EIO)
+               ? -1
+               : real(directory, path, info, flags);
+}
+
+int mkdir(const char* path, mode_t mode) noexcept
+{
+    static const auto real = original<int (*)(const char*, mode_t)>("mkdir");
+    return concernsUpdate(path) && reached("mkdir", ENOSPC) ? -1 : real(path, mode);
+}
+
+int symlink(const char* target, const char* path) noexcept
+{
+    static const auto real = original<int (*)(const char*, const char*)>("symlink");
+    return concernsUpdate(path) && reached("symlink", EPERM) ? -1 : real(target, path);
+}
+
+int rename(const char* from, const char* to) noexcept
+{
+    static const auto real = original<int (*)(const char*, const char*)>("rename");
+    return concernsUpdate(to) && reached("rename", EIO) ? -1 : real(from, to);
 }
 
 pid_t fork() noexcept

@@ -114,9 +114,25 @@ void InstalledProbe::setVariable(const QString& name, const QString& value)
     m_process.setProcessEnvironment(environment);
 }
 
+void InstalledProbe::setPoint(const QString& variable, int point)
+{
+    setVariable(QStringLiteral("FAULT_LOG"), operationsLog());
+    setVariable(variable, QString::number(point));
+}
+
+QByteArrayList InstalledProbe::operations() const
+{
+    QByteArrayList lines = contentOf(operationsLog()).split('\n');
+    lines.removeLast(); // after the last line's end
+    for (QByteArray& line : lines)
+        line = line.mid(line.indexOf(' ') + 1);
+    return lines;
+}
+
 void InstalledProbe::start(const QStringList& arguments)
 {
     m_output.clear();
+    QFile::remove(operationsLog());
     m_process.start(exe(), arguments);
     QVERIFY2(m_process.waitForStarted(), qPrintable(m_process.errorString()));
 }

@@ -3,6 +3,7 @@
 #include "tests/support/http_server.h"
 
 #include <QByteArray>
+#include <QByteArrayList>
 #include <QProcess>
 #include <QString>
 #include <QStringList>
@@ -38,6 +39,11 @@ public:
     HttpServer& server() { return m_server; }
     QProcess& process() { return m_process; }
     void setVariable(const QString& name, const QString& value);
+    // The next runs log their file operations; the point-th of them meets what `variable` says:
+    // FAULT_AT or KILL_AT.
+    void setPoint(const QString& variable, int point);
+    // Those of the last run, in order.
+    QByteArrayList operations() const;
     // Lets other users read what they need to run the copy.
     bool openForEverybody();
     void start(const QStringList& arguments = {});
@@ -60,6 +66,8 @@ public:
     bool scriptRuns() const;
 
 private:
+    QString operationsLog() const { return QString(temporaryDirectory() + u"/operations"); }
+
     QTemporaryDir m_home;
     QString m_directoryName;
     QByteArray m_old;
