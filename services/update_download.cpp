@@ -1,6 +1,5 @@
 #include "services/update_download.h"
 
-#include "services/http.h"
 #include "services/slices.h"
 #include "services/update_staging.h"
 
@@ -24,13 +23,14 @@ constexpr qint64 maxReservedBytes = 256 * 1024 * 1024;
 UpdateDownload::UpdateDownload(QObject* parent) : QObject(parent) {}
 
 void UpdateDownload::start(QNetworkAccessManager* network, const QString& url,
-                           const QString& sha256, bool fullArchive)
+                           const QString& sha256, bool fullArchive, qint64 maxBytes)
 {
     m_sha256 = sha256;
+    m_maxBytes = maxBytes;
     m_fullArchive = fullArchive;
     QNetworkReply* reply = network->get(QNetworkRequest{QUrl(url)});
     reply->setReadBufferSize(readAheadBytes);
-    http::limitBody(reply, http::maxDownloadBytes);
+    http::limitBody(reply, maxBytes);
     connect(reply, &QNetworkReply::metaDataChanged, this, [this, reply] {
         const qint64 length = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
         m_body.reserve(std::clamp<qint64>(length, 0, maxReservedBytes));
@@ -44,8 +44,8 @@ void UpdateDownload::start(QNetworkAccessManager* network, const QString& url,
 void UpdateDownload::takeFrom(QNetworkReply* reply)
 {
     m_body.append(reply->readAll());
-    if (m_body.size() > http::maxDownloadBytes)
-        http::refuseBody(reply, http::maxDownloadBytes);
+    if (m_body.size() > m_maxBytes)
+        http::refuseBody(reply, m_maxBytes);
 }
 
 void UpdateDownload::onFinished(QNetworkReply* reply)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "services/http.h"
+
 #include <QByteArray>
 #include <QObject>
 #include <QString>
@@ -19,7 +21,7 @@ public:
 
     // Without a digest the body is not checked. Call once.
     void start(QNetworkAccessManager* network, const QString& url, const QString& sha256,
-               bool fullArchive);
+               bool fullArchive, qint64 maxBytes = http::maxDownloadBytes);
 
 Q_SIGNALS:
     void progress(qint64 received, qint64 total);
@@ -35,5 +37,6 @@ private:
 
     QByteArray m_body;
     QString m_sha256;
+    qint64 m_maxBytes = 0;
     bool m_fullArchive = false;
 };
