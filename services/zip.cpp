@@ -163,7 +163,6 @@ bool isFileNamed(archive_entry* entry, const QString& name)
 
 bool readData(archive* reader, qint64& budget, QByteArray& data)
 {
-    data.clear();
     QByteArray block(readBlockBytes, Qt::Uninitialized);
     for (;;) {
         const la_ssize_t size =

@@ -59,6 +59,8 @@ private Q_SLOTS:
     {
         // QTemporaryDir cannot remove names that are not UTF-8.
         std::filesystem::remove_all(destination().toStdString());
+        // What a broken guard lets out is not to fail the tests ever after.
+        QFile::remove(QStringLiteral("/tmp/evil"));
     }
 
     void restoresModeBits()
@@ -86,7 +88,9 @@ private Q_SLOTS:
     {
         ZipBuilder builder;
         builder.file("a/b/file", "content").link("a/b/near", "file").link("a/b/far", "../../a/b");
+        builder.link("a/b/roundabout", ".//../b/./file");
         QVERIFY(extract(builder));
+        QCOMPARE(contentOf(unpacked("a/b/roundabout")), QByteArray("content"));
         QCOMPARE(QFile::symLinkTarget(unpacked("a/b/near")), unpacked("a/b/file"));
         QCOMPARE(contentOf(unpacked("a/b/far/near")), QByteArray("content"));
     }
