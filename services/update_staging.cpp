@@ -57,10 +57,11 @@ bool writeScript(const QString& path, const QByteArray& text)
         return false;
     QFile script(path);
     // NewOnly fails at a file or link that somebody put there meanwhile.
-    if (!script.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Text,
+    if (!script.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Text |
+                         QIODevice::Unbuffered,
                      QFile::ReadOwner | QFile::WriteOwner))
         return false;
-    bool written = script.write(text) == text.size() && script.flush();
+    bool written = script.write(text) == text.size();
     script.close();
     written = written && script.error() == QFile::NoError &&
               script.setPermissions(script.permissions() | QFile::ExeOwner | QFile::ExeUser);
