@@ -182,6 +182,15 @@ private Q_SLOTS:
         QVERIFY(!m_manager->launch(version, nullptr, {}));
     }
 
+    void leavesTheInputOpen()
+    {
+        // bash tells the end of the input (1) from none yet (above 128).
+        useScript("exec bash -c 'read -t 0.1; test $? -gt 128 && echo open'");
+        QVERIFY(m_manager->launch(version, nullptr, {}));
+        QTRY_COMPARE(lastEvent(), QStringLiteral("exit 0"));
+        QCOMPARE(output(), QStringList{QStringLiteral("open")});
+    }
+
     void reportsTheExitCode()
     {
         useScript("exit 3");

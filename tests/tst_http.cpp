@@ -84,6 +84,26 @@ private Q_SLOTS:
         QVERIFY(!fetch(answer).error.isEmpty());
     }
 
+    // The network layer is content with these.
+    void reportsBodiesOfAnotherLength_data()
+    {
+        QTest::addColumn<HttpAnswer>("answer");
+        HttpAnswer answer = HttpAnswer::ok("0123456789");
+        answer.framing = HttpAnswer::Framing::Chunked;
+        answer.addHeader("Content-Length", "20");
+        QTest::newRow("chunked, with a length") << answer;
+        answer = HttpAnswer::ok("");
+        answer.status = 204;
+        answer.announcedLength = 10;
+        QTest::newRow("no content, with a length") << answer;
+    }
+
+    void reportsBodiesOfAnotherLength()
+    {
+        QFETCH(HttpAnswer, answer);
+        QCOMPARE(fetch(answer).error, QStringLiteral("The server closed the connection early"));
+    }
+
     // The network layer drops what exceeds the announced length, so what arrives is "as announced".
     void neverReadsPastTheAnnouncedLength()
     {
@@ -116,7 +136,7 @@ private Q_SLOTS:
         QTest::newRow("endless") << answer;
         HttpAnswer announced = HttpAnswer::ok("little");
         announced.announcedLength = limit + 1;
-        announced.stallAfter = 6;
+        announced.stallAfter = 0;
         QTest::newRow("announced, before it comes") << announced;
         HttpAnswer packed = HttpAnswer::ok(gzip(QByteArray(8 * limit, 'x')));
         packed.addHeader("Content-Encoding", "gzip");

@@ -336,6 +336,16 @@ private Q_SLOTS:
         QVERIFY(ready.isEmpty() && failed.isEmpty());
     }
 
+    // Parsed on the GUI thread, like a download.
+    void takesNoCacheOverTheLimit()
+    {
+        VersionManager manager;
+        writeFile(manager.manifestCachePath(), QByteArray(16 * 1024 * 1024, ' ') + good);
+        QCOMPARE(manager.parseManifest(contentOf(manager.manifestCachePath())), true);
+        m_server->goOffline();
+        QVERIFY(refreshed(manager).startsWith(u"failed: "));
+    }
+
     void sendsARequestForEachCall()
     {
         m_server->answer(path, HttpAnswer::json(good));
