@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -41,6 +42,15 @@ QString unpackedJdk(const QDir& base, const QStringList& topLevel)
     return {};
 }
 
+// A link goes alone: what it leads to is somebody else's.
+void removeOldRuntime(const QString& path)
+{
+    if (QFileInfo(path).isSymLink())
+        QFile::remove(path);
+    else
+        QDir(path).removeRecursively();
+}
+
 // Runs on the worker; empty when the runtime stands. Paths are copies: the settings may be gone
 // by now.
 QString unpackRuntime(const QString& zipPath, const QString& basePath,
@@ -58,7 +68,7 @@ QString unpackRuntime(const QString& zipPath, const QString& basePath,
         return QStringLiteral("Runtime archive had unexpected layout");
 
     const auto installedName = QStringLiteral("jre-11");
-    QDir(base.filePath(installedName)).removeRecursively();
+    removeOldRuntime(base.filePath(installedName));
     const bool renamed = base.rename(jdk, installedName);
     if (!renamed || !QFile::exists(base.filePath(installedName + u"/bin/java")))
         return QStringLiteral("Could not finalize runtime install");
