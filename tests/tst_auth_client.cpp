@@ -249,6 +249,23 @@ private Q_SLOTS:
         QTRY_COMPARE(out.size(), 1);
     }
 
+    // Their bodies count for nothing, but would fill the memory all the same.
+    void endsWhenAnAnswerDoesNot()
+    {
+        HttpAnswer endless = HttpAnswer::ok(QByteArray(64 * 1024, 'x'));
+        endless.framing = HttpAnswer::Framing::UntilClose;
+        endless.endless = true;
+        m_server->answer("/auth/validate", endless);
+        m_server->answer("/auth/logout", endless);
+        const QSignalSpy result(m_client.get(), &AuthClient::validationResult);
+        const QSignalSpy out(m_client.get(), &AuthClient::loggedOut);
+        m_client->validate(QStringLiteral("t"));
+        m_client->logout(QStringLiteral("t"));
+        QTRY_COMPARE(result.size(), 1);
+        QVERIFY(!result.first().first().toBool());
+        QTRY_COMPARE(out.size(), 1);
+    }
+
     void answersEveryRequest()
     {
         m_server->answer("/auth/login", HttpAnswer::json("{}"));
