@@ -156,9 +156,25 @@ void MainWindow::setBusy(bool busy, const QString& text)
     // A new task does not start at the end of the last one.
     if (busy && m_progressBar->isHidden())
         m_progressBar->reset();
-    m_playButton->setEnabled(!busy);
+    enablePlay(!busy);
     m_progressBar->setVisible(busy);
     m_statusLabel->showText(text);
+}
+
+// Whoever plays by the keyboard would be sent to the first button of the window. The keyboard waits
+// next to PLAY instead, and unless it is moved from there it comes back.
+void MainWindow::enablePlay(bool enabled)
+{
+    if (!enabled && m_playButton == focusWidget()) {
+        m_launchSelector->setFocus();
+        m_playAwaitsFocus = true;
+    }
+    m_playButton->setEnabled(enabled);
+    if (enabled && m_playAwaitsFocus) {
+        m_playAwaitsFocus = false;
+        if (m_launchSelector == focusWidget())
+            m_playButton->setFocus();
+    }
 }
 
 void MainWindow::appendConsole(const QString& line)

@@ -53,6 +53,7 @@ private:
     void buildProfilePage();
     void syncNavButtons(QWidget* page);
     void setBusy(bool busy, const QString& text);
+    void enablePlay(bool enabled);
     void appendConsole(const QString& line);
 
     // What the services report
@@ -148,4 +149,6 @@ private:
     QLineEdit* m_serverUrlField = nullptr;
     QLineEdit* m_javaPathField = nullptr;
     QLineEdit* m_gameDirField = nullptr;
+
+    bool m_playAwaitsFocus = false; // it had the keyboard when it was disabled
 };

@@ -8,7 +8,6 @@
 
 #include <QComboBox>
 #include <QProgressBar>
-#include <QPushButton>
 
 #include <algorithm>
 
@@ -63,7 +62,7 @@ void MainWindow::installRuntime()
 void MainWindow::onInstallFinished(const QString& versionId)
 {
     m_progressBar->hide();
-    m_playButton->setEnabled(true);
+    enablePlay(true);
     m_statusLabel->showText(versionId + u" installed - launching...");
     QString error;
     if (!m_versions->launch(versionId, &error, launchArgs()))

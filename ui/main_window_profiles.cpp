@@ -15,7 +15,11 @@ void MainWindow::buildLaunchSelector(QWidget* bar)
 {
     m_launchSelector = new QComboBox(bar);
     m_launchSelector->setObjectName(QStringLiteral("launchSelector"));
-    m_launchSelector->setAccessibleName(QStringLiteral("Profile or version to play"));
+    // Assistive technology calls a combo box by its current entry, and says what it is for only by
+    // its label; the eye sees that it belongs to PLAY.
+    auto* label = new QLabel(QStringLiteral("Profile or version to play"), bar);
+    label->setBuddy(m_launchSelector);
+    label->hide();
     // A name of any length must not widen the window.
     m_launchSelector->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     m_launchSelector->setMinimumContentsLength(20);
@@ -152,7 +156,7 @@ void MainWindow::populateProfiles()
     } else if (m_launchSelector->count() > 0) {
         m_launchSelector->setCurrentIndex(0);
     }
-    m_playButton->setEnabled(m_launchSelector->count() > 0);
+    enablePlay(m_launchSelector->count() > 0);
 
     m_profileList->clear();
     for (const LaunchProfile& p : manager.profiles()) {

@@ -3,7 +3,8 @@
 #include <QToolButton>
 
 // A button of the sidebar's navigation: as wide as the sidebar, checkable, its text at the left
-// edge. A tool button centres its text whatever the style sheet says. Owned by the sidebar; GUI
+// edge. A tool button centres its text whatever the style sheet says. Pressed through the
+// accessibility bus, it is clicked. Owned by the sidebar; GUI
 // thread.
 class NavButton : public QToolButton
 {
