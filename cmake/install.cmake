@@ -5,11 +5,16 @@ set(shared ${CMAKE_BINARY_DIR}/share)
 
 # The day of the commit when SOURCE_DATE_EPOCH says so, today otherwise.
 string(TIMESTAMP release_date "%Y-%m-%d" UTC)
-foreach(name IN ITEMS LICENSE HOMEPAGE DEVELOPER)
+foreach(name IN ITEMS LICENSE HOMEPAGE PICTURES DEVELOPER)
     set(${name}_XML "${TESSELLAN_${name}}")
     string(REPLACE "&" "&amp;" ${name}_XML "${${name}_XML}")
     string(REPLACE "<" "&lt;" ${name}_XML "${${name}_XML}")
 endforeach()
+set(SCREENSHOTS_XML)
+if(TESSELLAN_PICTURES)
+    configure_file(${packaging}/screenshots.xml.in ${shared}/screenshots.xml @ONLY)
+    file(READ ${shared}/screenshots.xml SCREENSHOTS_XML)
+endif()
 configure_file(${packaging}/launcher.desktop.in ${shared}/${TESSELLAN_APP_ID}.desktop @ONLY)
 configure_file(${packaging}/launcher.metainfo.xml.in
     ${shared}/${TESSELLAN_APP_ID}.metainfo.xml @ONLY)
