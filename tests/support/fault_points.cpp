@@ -126,7 +126,7 @@ int openFile(const char* name, const char* path, int flags, mode_t mode)
         plantLink(path);
     const int descriptor = real(path, flags, mode);
     if (descriptor >= 0 && descriptor < maxDescriptors)
-        watched[descriptor] = true;
+        watched[descriptor] = !(flags & O_DIRECTORY) || unnamed;
     return descriptor;
 }
 
