@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QLibraryInfo>
 #include <QTest>
 
 #include <memory>
@@ -64,6 +65,17 @@ private Q_SLOTS:
         const mode_t mask = umask(0);
         umask(mask);
         QCOMPARE(modeOf(m_probe->exe()), static_cast<mode_t>(0777 & ~mask));
+    }
+
+    void knowsWhetherItBringsItsOwnQt()
+    {
+        const QString library = QStringLiteral("/libQt6Core.so.6");
+        QVERIFY(QFile::link(QString(QLibraryInfo::path(QLibraryInfo::LibrariesPath) + library),
+                            QString(m_probe->directory() + library)));
+        m_probe->server().goOffline();
+        m_probe->run();
+        QCOMPARE(m_probe->lines(),
+                 (QStringList{QStringLiteral("own Qt"), QStringLiteral("upToDate")}));
     }
 
     void writesTheScriptAsAgreed()
