@@ -6,6 +6,7 @@
 #include <QTest>
 
 #include <memory>
+#include <signal.h>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -20,6 +21,7 @@ private Q_SLOTS:
     void answersWhileClientsStall();
     void dropsClientsThatStall();
     void survivesClientsThatHangUp();
+    void answersWhatHasBegunBeforeItStops();
 
 private:
     std::unique_ptr<QTcpSocket> connected();
@@ -138,6 +140,30 @@ void TestBackendSlow::survivesClientsThatHangUp()
     }
     const RawReply after = raw_http::send(m_backend.port(), get);
     QVERIFY2(after.status == 200, m_backend.output().right(3000).constData());
+}
+
+void TestBackendSlow::answersWhatHasBegunBeforeItStops()
+{
+    const QByteArray body = R"({"username":"LastOne","password":"correct horse"})";
+    const auto idle = connected();
+    const auto begun = connected();
+    QVERIFY(idle && begun);
+    begun->write("POST /auth/register HTTP/1.1\r\nContent-Type: application/json\r\n"
+                 "Expect: 100-continue\r\nContent-Length: " +
+                 QByteArray::number(body.size()) + "\r\n\r\n");
+    QVERIFY(begun->waitForReadyRead(5000));
+    QVERIFY(begun->readAll().startsWith("HTTP/1.1 100"));
+    QCOMPARE(::kill(static_cast<pid_t>(m_backend.processId()), SIGTERM), 0);
+    // It lets nobody in any more, and who has not asked for anything goes.
+    QVERIFY(idle->waitForDisconnected(5000));
+    QTRY_VERIFY(connected() == nullptr);
+
+    begun->write(body);
+    QByteArray got;
+    while (begun->waitForReadyRead(10000))
+        got += begun->readAll();
+    QVERIFY2(got.startsWith("HTTP/1.1 200"), got.constData());
+    QCOMPARE(m_backend.stop(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestBackendSlow)
