@@ -26,6 +26,7 @@ private Q_SLOTS:
     void findsDamage_data();
     void findsDamage();
     void sweepsReplacedFiles();
+    void keepsWhatIsReferredTo();
     void refusesDirectoryWithoutData_data();
     void refusesDirectoryWithoutData();
     void refusesRootInDirectoryOfAnother();
@@ -256,6 +257,34 @@ void TestBackendUpkeep::sweepsReplacedFiles()
                             .toString();
     QCOMPARE(raw_http::get(backend.port(), url.mid(backend.origin().size()).toLatin1()).body,
              "newer");
+}
+
+// A skin, a model and a build each lie there for one reason alone.
+void TestBackendUpkeep::keepsWhatIsReferredTo()
+{
+    BackendProcess backend;
+    QVERIFY(publishLauncher(backend, "older"));
+    QVERIFY(backend.start());
+    for (const QString& name : {u"Skinny"_s, u"Model"_s}) {
+        const QByteArray model = R"({"elements":[{"box_uv":true,"from":[0,0,0],"to":[1,1,1]}],")" +
+                                 name.toLatin1() + R"(":1})";
+        const RawReply reply =
+            raw_http::post(backend.port(), "/models/upload", "application/json", model,
+                           {raw_http::bearer(tokenOf(enroll(backend, name)))});
+        QCOMPARE(reply.status, 200);
+    }
+    QVERIFY(
+        backend.runSql(u"UPDATE accounts SET skin = model, model = NULL WHERE name = 'Skinny'"_s));
+    QCOMPARE(backend.stop(), 0);
+    // The older build goes, and nothing else.
+    QVERIFY(publishLauncher(backend, "newer"));
+    QCOMPARE(storedFiles(backend).size(), 4);
+    QVERIFY(backend.start());
+    QTRY_COMPARE(storedFiles(backend).size(), 3);
+    QCOMPARE(backend.stop(), 0);
+    const auto run = backend.command({u"check"_s});
+    QVERIFY2(run.output.contains("All is well: 3 files, 0 unused"), run.output.constData());
+    QVERIFY2(!backend.output().contains("error"), backend.output().constData());
 }
 
 void TestBackendUpkeep::refusesDirectoryWithoutData_data()
