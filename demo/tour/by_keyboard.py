@@ -90,6 +90,7 @@ def play(stage):
     """PLAY runs the game to its end"""
     push(stage, "push button", "PLAY", "play")
     stage.wait_status(EXITED, seconds=game.RUN_SECONDS)
+    check("the keyboard came back to PLAY", stage.has_focus("push button", "PLAY"))
     output = game.output_of_run(stage, 0)
     game.check_session_arguments(output, NAME, stage.server)
     check("the profile's option reached the JVM", "-Dtessellan.exit=3" in output)
