@@ -25,12 +25,18 @@ const QByteArray apiHost = "api.adoptium.net";
 const QByteArray apiPath = "/v3/binary/latest/11/ga/linux/x64/jre/hotspot/normal/eclipse";
 
 std::atomic<bool> javaStays = false;
+std::atomic<bool> archiveStaysAWhile = false;
+std::atomic<bool> removingArchive = false;
 
 } // namespace
 
-// Stands before the C library's: an old java that cannot be removed.
+// Stands before the C library's: an old java that cannot be removed, an archive that takes long.
 extern "C" int unlink(const char* path) noexcept
 {
+    if (archiveStaysAWhile && std::strstr(path, "/jre-download.zip")) {
+        removingArchive = true;
+        usleep(500'000);
+    }
     if (!javaStays || !std::strstr(path, "/jre-11/bin/java"))
         return unlinkat(AT_FDCWD, path, 0);
     errno = EPERM;
@@ -63,7 +69,7 @@ private Q_SLOTS:
         Settings::get().setGameDir(m_home->filePath(QStringLiteral("game")));
     }
 
-    void cleanup() { javaStays = false; }
+    void cleanup() { javaStays = archiveStaysAWhile = removingArchive = false; }
 
     void replacesALinkNotWhatItLeadsTo()
     {
@@ -90,6 +96,17 @@ private Q_SLOTS:
         const QString archive = Settings::get().gameDir() + u"/runtime/jre-download.zip";
         writeFile(QString(archive + u"/x"), "in the way");
         QCOMPARE(outcomes(), QStringList{QString(u"Cannot write " + archive)});
+    }
+
+    // Long enough for the one who waits to fall asleep, and to need waking.
+    void canBeDestroyedWhileTheSystemTakesItsTime()
+    {
+        archiveStaysAWhile = true;
+        auto manager = std::make_unique<RuntimeManager>();
+        manager->install();
+        QTRY_VERIFY(removingArchive);
+        manager.reset();
+        QVERIFY(!QFile::exists(QString(Settings::get().gameDir() + u"/runtime/jre-download.zip")));
     }
 
 private:
