@@ -38,13 +38,7 @@ void ShortScreenArea::resizeEvent(QResizeEvent* event)
     resizeContent();
 }
 
-// In a narrow window texts need more lines; so much does not fit into it then.
 void ShortScreenArea::resizeContent()
 {
-    const QLayout* layout = widget()->layout();
-    QSize least = layout->totalMinimumSize();
-    const int width = qMax(least.width(), viewport()->width());
-    if (layout->hasHeightForWidth())
-        least.setHeight(layout->totalMinimumHeightForWidth(width));
-    widget()->resize(width, qMax(least.height(), viewport()->height()));
+    widget()->resize(viewport()->size().expandedTo(widget()->layout()->totalMinimumSize()));
 }
