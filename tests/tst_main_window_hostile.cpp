@@ -1,4 +1,5 @@
 #include "app/settings.h"
+#include "tests/support/heartbeat.h"
 #include "tests/support/throwaway_home.h"
 #include "tests/support/window_driver.h"
 #include "ui/main_window.h"
@@ -15,31 +16,7 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QTextBrowser>
-#include <QTimer>
 #include <QToolButton>
-
-namespace {
-
-// The longest time that the event loop was not turning.
-class Heartbeat : public QObject
-{
-public:
-    Heartbeat()
-    {
-        m_clock.start();
-        m_timer.callOnTimeout(this, [this] { m_longestMs = qMax(m_longestMs, m_clock.restart()); });
-        m_timer.start(10);
-    }
-
-    qint64 longestMs() const { return m_longestMs; }
-
-private:
-    QTimer m_timer;
-    QElapsedTimer m_clock;
-    qint64 m_longestMs = 0;
-};
-
-} // namespace
 
 // Servers and games that do everything wrong: the window stays alive, whole and usable.
 class TestMainWindowHostile : public QObject

@@ -3,15 +3,13 @@
 // executable. "update_probe archive <url> <sha256>" takes a full archive instead of checking.
 #include "services/update_download.h"
 #include "services/update_manager.h"
+#include "tests/support/heartbeat.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QSocketNotifier>
-#include <QTimer>
 
-#include <algorithm>
 #include <cstdio>
-#include <ctime>
 
 #include <unistd.h>
 
@@ -31,45 +29,10 @@ void finish(const QString& line, qint64 longestGapMs)
     print(line);
 }
 
-// How long the event loop was away at most, counted in the thread's own processor time: a busy
-// machine adds to the time on the clock as it likes.
-class Heartbeat : public QObject
-{
-public:
-    Heartbeat()
-    {
-        m_timer.start(heartbeatMs);
-        connect(&m_timer, &QTimer::timeout, this, [this] { beat(); });
-    }
-    qint64 longestGapMs()
-    {
-        beat();
-        return m_longest;
-    }
-
-private:
-    static qint64 processorMs()
-    {
-        timespec time = {};
-        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-        return qint64{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
-    }
-    void beat()
-    {
-        const qint64 now = processorMs();
-        m_longest = std::max(m_longest, now - m_last);
-        m_last = now;
-    }
-
-    QTimer m_timer;
-    qint64 m_last = processorMs();
-    qint64 m_longest = 0;
-};
-
 void report(UpdateManager& manager, Heartbeat& heartbeat)
 {
     QObject::connect(&manager, &UpdateManager::upToDate, &heartbeat,
-                     [&] { finish(QStringLiteral("upToDate"), heartbeat.longestGapMs()); });
+                     [&] { finish(QStringLiteral("upToDate"), heartbeat.longestProcessorMs()); });
     QObject::connect(&manager, &UpdateManager::updateAvailable, &heartbeat,
                      [](const QString& version) { print(u"updateAvailable " + version); });
     QObject::connect(&manager, &UpdateManager::updateProgress, &heartbeat,
@@ -78,19 +41,20 @@ void report(UpdateManager& manager, Heartbeat& heartbeat)
                      });
     QObject::connect(&manager, &UpdateManager::updateReady, &heartbeat,
                      [&](const QString& version) {
-                         finish(u"updateReady " + version, heartbeat.longestGapMs());
+                         finish(u"updateReady " + version, heartbeat.longestProcessorMs());
                      });
     QObject::connect(&manager, &UpdateManager::updateFailed, &heartbeat, [&](const QString& error) {
-        finish(u"updateFailed " + error, heartbeat.longestGapMs());
+        finish(u"updateFailed " + error, heartbeat.longestProcessorMs());
     });
 }
 
 void report(UpdateDownload& download, Heartbeat& heartbeat)
 {
-    QObject::connect(&download, &UpdateDownload::ready, &heartbeat,
-                     [&] { finish(QStringLiteral("updateReady"), heartbeat.longestGapMs()); });
+    QObject::connect(&download, &UpdateDownload::ready, &heartbeat, [&] {
+        finish(QStringLiteral("updateReady"), heartbeat.longestProcessorMs());
+    });
     QObject::connect(&download, &UpdateDownload::failed, &heartbeat, [&](const QString& error) {
-        finish(u"updateFailed " + error, heartbeat.longestGapMs());
+        finish(u"updateFailed " + error, heartbeat.longestProcessorMs());
     });
 }
 
@@ -113,7 +77,7 @@ int main(int argc, char* argv[])
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     quitWithInput(input);
 
-    Heartbeat heartbeat;
+    Heartbeat heartbeat(heartbeatMs);
     UpdateManager manager;
     report(manager, heartbeat);
     QNetworkAccessManager network;
