@@ -1,17 +1,27 @@
 #include "services/auth_client.h"
 
 #include "app/settings.h"
+#include "services/account_session.h"
 #include "services/http.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QNetworkRequest>
 
 AuthClient::AuthClient(QObject* parent)
-    : QObject(parent), m_network(new QNetworkAccessManager(this))
+    : QObject(parent)
+    , m_network(new QNetworkAccessManager(this))
+    , m_session(new AccountSession(this))
+    , m_signIns(std::make_unique<QObject>())
 {
+}
+
+AuthClient::~AuthClient() = default;
+
+void AuthClient::abandonSignIns()
+{
+    m_signIns = std::make_unique<QObject>();
 }
 
 QString AuthClient::endpoint(const QString& path) const
@@ -40,32 +50,31 @@ void AuthClient::authRequest(const QString& path, const QString& username, const
     credentials[u"username"] = username;
     credentials[u"password"] = password;
 
-    QNetworkReply* reply =
-        m_network->post(request, QJsonDocument(credentials).toJson(QJsonDocument::Compact));
-    http::limitBody(reply, http::maxAnswerBytes);
-    connect(reply, &QNetworkReply::finished, this, [this, reply] {
-        reply->deleteLater();
-        const QByteArray body = reply->readAll();
-        if (reply->error() != QNetworkReply::NoError) {
-            Q_EMIT loginFailed(http::accountErrorText(reply, body));
-            return;
-        }
-        const QJsonObject answer = QJsonDocument::fromJson(body).object();
-        Q_EMIT loginSucceeded(answer[u"username"].toString(), answer[u"uuid"].toString(),
-                              answer[u"token"].toString());
-    });
+    http::post(m_network, request, QJsonDocument(credentials).toJson(QJsonDocument::Compact),
+               exchange(m_signIns.get(), &AuthClient::onSignInAnswer));
+}
+
+void AuthClient::onSignInAnswer(const http::Answer& answer)
+{
+    if (!answer.error.isEmpty()) {
+        Q_EMIT loginFailed(http::accountErrorText(answer));
+        return;
+    }
+    const QJsonObject session = QJsonDocument::fromJson(answer.body).object();
+    Q_EMIT loginSucceeded(session[u"username"].toString(), session[u"uuid"].toString(),
+                          session[u"token"].toString());
 }
 
 void AuthClient::validate(const QString& token)
 {
     QNetworkRequest request{QUrl(endpoint(QStringLiteral("/auth/validate")))};
     http::setBearerToken(request, token);
-    QNetworkReply* reply = m_network->get(request);
-    http::limitBody(reply, http::maxAnswerBytes);
-    connect(reply, &QNetworkReply::finished, this, [this, reply] {
-        reply->deleteLater();
-        Q_EMIT validationResult(reply->error() == QNetworkReply::NoError);
-    });
+    http::get(m_network, request, exchange(m_session->context(), &AuthClient::onValidateAnswer));
+}
+
+void AuthClient::onValidateAnswer(const http::Answer& answer)
+{
+    Q_EMIT validationResult(answer.error.isEmpty());
 }
 
 void AuthClient::logout(const QString& token)
@@ -73,10 +82,20 @@ void AuthClient::logout(const QString& token)
     QNetworkRequest request{QUrl(endpoint(QStringLiteral("/auth/logout")))};
     http::setBearerToken(request, token);
     // Empty on purpose, and without a content type: the token says it all.
-    QNetworkReply* reply = m_network->post(request, QByteArray());
-    http::limitBody(reply, http::maxAnswerBytes);
-    connect(reply, &QNetworkReply::finished, this, [this, reply] {
-        reply->deleteLater();
-        Q_EMIT loggedOut();
-    });
+    http::post(m_network, request, QByteArray(),
+               exchange(m_session->context(), &AuthClient::onLogoutAnswer));
+}
+
+void AuthClient::onLogoutAnswer(const http::Answer& /*answer*/)
+{
+    Q_EMIT loggedOut();
+}
+
+http::Exchange AuthClient::exchange(QObject* context,
+                                    void (AuthClient::*handler)(const http::Answer&))
+{
+    return {.context = context,
+            .maxBytes = http::maxAnswerBytes,
+            .done = [this, handler](const http::Answer& answer) { (this->*handler)(answer); },
+            .isWhole = &http::isJson};
 }

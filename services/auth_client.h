@@ -3,18 +3,33 @@
 #include <QObject>
 #include <QString>
 
+#include <memory>
+
+class AccountSession;
 class QNetworkAccessManager;
+class QNetworkRequest;
+namespace http {
+struct Answer;
+struct Exchange;
+} // namespace http
 
 // The launcher's client of the account server. Made and owned by the main window, shared with the
-// account page; GUI thread. It keeps no session and writes no settings: whoever receives its
-// signals does. Every operation returns at once and answers by exactly one signal; several may be
-// under way, nothing orders or cancels them, and there are no time-outs.
+// account page; GUI thread. It keeps no token and writes no settings: whoever receives its signals
+// does. Every operation returns at once and answers by exactly one signal; several may be under
+// way, nothing orders them, and there are no time-outs. Nothing cancels them either, unless
+// whoever uses the client lets session() end or abandons its sign-ins: then they do not answer.
 class AuthClient : public QObject
 {
     Q_OBJECT
 
 public:
     explicit AuthClient(QObject* parent = nullptr);
+    ~AuthClient() override;
+
+    // The session that validate and logout belong to, as do the account page's requests.
+    AccountSession* session() const { return m_session; }
+    // Aborts the sign-ins and registrations under way.
+    void abandonSignIns();
 
     // The configured server address with path appended as it stands; no slash is added or removed.
     QString endpoint(const QString& path) const;
@@ -39,5 +54,12 @@ Q_SIGNALS:
 private:
     void authRequest(const QString& path, const QString& username, const QString& password);
 
+    http::Exchange exchange(QObject* context, void (AuthClient::*handler)(const http::Answer&));
+    void onSignInAnswer(const http::Answer& answer);
+    void onValidateAnswer(const http::Answer& answer);
+    void onLogoutAnswer(const http::Answer& answer);
+
     QNetworkAccessManager* m_network;
+    AccountSession* m_session;
+    std::unique_ptr<QObject> m_signIns; // the context of those under way
 };

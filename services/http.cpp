@@ -1,67 +1,79 @@
 #include "services/http.h"
 
+#include "services/reply_taker.h"
+#include "services/upload_body.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 
+#include <algorithm>
+
 namespace {
 
-constexpr char limitProperty[] = "bodyLimit";
-constexpr int partialContent = 206; // nobody here asks for a range
+// They would end the header's line, or the value.
+bool holdsControls(const QByteArray& value)
+{
+    return std::ranges::any_of(
+        value, [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; });
+}
 
 } // namespace
 
 namespace http {
 
-void limitBody(QNetworkReply* reply, qint64 maxBytes)
+void get(QNetworkAccessManager* network, const QNetworkRequest& request, Exchange exchange)
 {
-    const auto check = [reply, maxBytes] {
-        const qint64 announced = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
-        if (announced <= maxBytes && reply->bytesAvailable() <= maxBytes)
-            return;
-        refuseBody(reply, maxBytes);
-    };
-    QObject::connect(reply, &QNetworkReply::metaDataChanged, reply, check);
-    QObject::connect(reply, &QNetworkReply::readyRead, reply, check);
+    new ReplyTaker(network->get(request), std::move(exchange));
 }
 
-void refuseBody(QNetworkReply* reply, qint64 maxBytes)
+void post(QNetworkAccessManager* network, const QNetworkRequest& request, const QByteArray& body,
+          Exchange exchange)
 {
-    reply->setProperty(limitProperty, maxBytes);
-    reply->abort();
+    new ReplyTaker(network->post(request, body), std::move(exchange));
 }
 
-QString errorText(const QNetworkReply* reply, qint64 bodySize)
+void post(QNetworkAccessManager* network, const QNetworkRequest& request,
+          std::unique_ptr<UploadBody> body, Exchange exchange)
 {
-    const QVariant limit = reply->property(limitProperty);
-    if (limit.isValid())
-        return QStringLiteral("The server sent more than %1 MB")
-            .arg(limit.toLongLong() / (1024 * 1024));
-    if (reply->error() != QNetworkReply::NoError)
-        return reply->errorString();
-    if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == partialContent)
-        return QStringLiteral("The server sent only a part of the file");
-    // Absent for a body without a length and for a compressed one.
-    bool announced = false;
-    const qint64 length =
-        reply->header(QNetworkRequest::ContentLengthHeader).toLongLong(&announced);
-    if (announced && length != bodySize)
-        return QStringLiteral("The server closed the connection early");
-    return {};
+    UploadBody* const source = body.release();
+    QNetworkReply* reply = network->post(request, source);
+    source->setParent(reply);
+    auto* taker = new ReplyTaker(reply, std::move(exchange));
+    QObject::connect(source, &UploadBody::broke, taker,
+                     [taker] { taker->refuse(UploadBody::errorText()); });
 }
 
-QString accountErrorText(const QNetworkReply* reply, const QByteArray& body)
+bool isJson(const QByteArray& body)
 {
-    const QString error = QJsonDocument::fromJson(body).object()[u"error"].toString();
-    return error.isEmpty() ? reply->errorString() : error;
+    return !QJsonDocument::fromJson(body).isNull();
+}
+
+bool isCheckedLater(const QByteArray& /*body*/)
+{
+    return true;
+}
+
+QString accountErrorText(const Answer& answer)
+{
+    const QString error = QJsonDocument::fromJson(answer.body).object()[u"error"].toString();
+    return error.isEmpty() ? answer.error : error;
 }
 
 void setBearerToken(QNetworkRequest& request, const QString& token)
 {
-    request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
+    const QByteArray value = token.toUtf8();
+    request.setRawHeader("Authorization",
+                         "Bearer " + (holdsControls(value) ? QByteArray() : value));
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::SameOriginRedirectPolicy);
+}
+
+void refuseRedirects(QNetworkRequest& request)
+{
+    request.setMaximumRedirectsAllowed(0);
 }
 
 } // namespace http

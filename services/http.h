@@ -4,32 +4,67 @@
 #include <QString>
 #include <QtGlobal>
 
-class QNetworkReply;
-class QNetworkRequest;
+#include <functional>
+#include <memory>
 
-// What every HTTP conversation of the launcher shares. The network layer sets no limit on a body
-// and reports some cut bodies as success; these functions close both gaps. GUI thread.
+class QNetworkAccessManager;
+class QNetworkRequest;
+class QObject;
+class UploadBody;
+
+// The one way to the network: every request of the launcher is sent by get and post, and every
+// answer is taken whole by them. The network layer sets no limit on a body and reports some cut
+// bodies as success; what can be known of that is known here. GUI thread.
 namespace http {
 
-// Aborts the reply as soon as its body is, or announces to be, longer than maxBytes. Call once,
-// right after sending.
-void limitBody(QNetworkReply* reply, qint64 maxBytes);
+struct Answer
+{
+    QByteArray body;       // as far as it came
+    QString error;         // empty: a success, and whole. Otherwise the text to show
+    bool notFound = false; // the error is a 404
+};
 
-// The same for one who reads the body as it comes, and so is the only one to know its length.
-void refuseBody(QNetworkReply* reply, qint64 maxBytes);
+// What is done with the answer to one request.
+struct Exchange
+{
+    // Whose end aborts the request and drops its answer.
+    QObject* context;
+    // A longer body is refused as soon as it is, or announces to be.
+    qint64 maxBytes;
+    // Called once, from the event loop, when everything is over. May destroy the context.
+    std::function<void(const Answer&)> done;
+    // Each step of the download as the network layer reports it; total is -1 while unknown.
+    std::function<void(qint64 received, qint64 total)> progress = {};
+    // A compressed body that was cut looks whole to the network layer, whatever length it
+    // announced. This says whether such a body shows by itself that nothing is missing; without it
+    // a compressed body is refused.
+    std::function<bool(const QByteArray& body)> isWhole = {};
+};
 
-// For a finished reply whose body has been read whole: empty when it arrived as announced,
-// otherwise the text to show. That is the network layer's own text, but for a body over the limit
-// or shorter than its announced length, which that layer has no words for.
-QString errorText(const QNetworkReply* reply, qint64 bodySize);
+void get(QNetworkAccessManager* network, const QNetworkRequest& request, Exchange exchange);
+void post(QNetworkAccessManager* network, const QNetworkRequest& request, const QByteArray& body,
+          Exchange exchange);
+// Streams the body: it is never held in memory. A body that breaks off ends the request with
+// UploadBody::errorText.
+void post(QNetworkAccessManager* network, const QNetworkRequest& request,
+          std::unique_ptr<UploadBody> body, Exchange exchange);
 
-// The account server's error text: the string `error` of a JSON object body, else the network
-// layer's text.
-QString accountErrorText(const QNetworkReply* reply, const QByteArray& body);
+// For Exchange::isWhole: nothing of a JSON object or array can be cut off without its end.
+bool isJson(const QByteArray& body);
+// For bodies that whoever receives them checks: by a digest, or by reading them to their end.
+bool isCheckedLater(const QByteArray& body);
 
-// "Authorization: Bearer <token>". Redirects are then followed within the same origin only, so
-// that the token never reaches another server.
+// The text for an answer of the account server that is an error: the string `error` of a JSON
+// object body, else the network layer's text.
+QString accountErrorText(const Answer& answer);
+
+// "Authorization: Bearer <token>"; a token with control characters counts as none, for it would
+// write headers of its own. Redirects are then followed within the same origin only, so that the
+// token never reaches another server.
 void setBearerToken(QNetworkRequest& request, const QString& token);
+
+// For requests that change something: whatever page a redirect leads to has not done it.
+void refuseRedirects(QNetworkRequest& request);
 
 constexpr qint64 maxAnswerBytes = 1024 * 1024;            // an account server's JSON
 constexpr qint64 maxManifestBytes = 16 * 1024 * 1024;     // parsed on the GUI thread

@@ -9,7 +9,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QNetworkRequest>
 
 #include <atomic>
@@ -113,14 +112,14 @@ void RuntimeManager::install()
     QNetworkRequest request{QUrl(address)};
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::NoLessSafeRedirectPolicy);
-    QNetworkReply* reply = m_network->get(request);
-    http::limitBody(reply, http::maxDownloadBytes);
-    connect(reply, &QNetworkReply::downloadProgress, this, &RuntimeManager::downloadProgress);
-    connect(reply, &QNetworkReply::finished, this, [this, reply] {
-        reply->deleteLater();
-        const QByteArray archive = reply->readAll();
-        onDownloaded(http::errorText(reply, archive.size()), archive);
-    });
+    http::get(
+        m_network, request,
+        {.context = this,
+         .maxBytes = http::maxDownloadBytes,
+         .done = [this](const http::Answer& answer) { onDownloaded(answer.error, answer.body); },
+         .progress = [this](qint64 received,
+                            qint64 total) { Q_EMIT downloadProgress(received, total); },
+         .isWhole = &http::isCheckedLater}); // an archive that was cut has no directory
 }
 
 void RuntimeManager::onDownloaded(const QString& error, const QByteArray& archive)

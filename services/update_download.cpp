@@ -4,21 +4,11 @@
 #include "services/update_staging.h"
 
 #include <QCryptographicHash>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QNetworkRequest>
 
 #include <algorithm>
 #include <memory>
-
-namespace {
-
-// How much may wait for a busy window: what one turn of the event loop then copies.
-constexpr qint64 readAheadBytes = 4 * 1024 * 1024;
-// Set aside at the announcement, so that the body does not move while it grows.
-constexpr qint64 maxReservedBytes = 256 * 1024 * 1024;
-
-} // namespace
+#include <utility>
 
 UpdateDownload::UpdateDownload(QObject* parent) : QObject(parent) {}
 
@@ -26,36 +16,22 @@ void UpdateDownload::start(QNetworkAccessManager* network, const QString& url,
                            const QString& sha256, bool fullArchive, qint64 maxBytes)
 {
     m_sha256 = sha256;
-    m_maxBytes = maxBytes;
     m_fullArchive = fullArchive;
-    QNetworkReply* reply = network->get(QNetworkRequest{QUrl(url)});
-    reply->setReadBufferSize(readAheadBytes);
-    http::limitBody(reply, maxBytes);
-    connect(reply, &QNetworkReply::metaDataChanged, this, [this, reply] {
-        const qint64 length = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
-        m_body.reserve(std::clamp<qint64>(length, 0, maxReservedBytes));
-    });
-    connect(reply, &QNetworkReply::downloadProgress, this, &UpdateDownload::progress);
-    connect(reply, &QNetworkReply::readyRead, this, [this, reply] { takeFrom(reply); });
-    connect(reply, &QNetworkReply::finished, this, [this, reply] { onFinished(reply); });
+    http::Exchange exchange{
+        .context = this,
+        .maxBytes = maxBytes,
+        .done = [this](const http::Answer& answer) { onDownloaded(answer); },
+        .progress = [this](qint64 received, qint64 total) { Q_EMIT progress(received, total); }};
+    if (!sha256.isEmpty())
+        exchange.isWhole = &http::isCheckedLater;
+    http::get(network, QNetworkRequest{QUrl(url)}, std::move(exchange));
 }
 
-// As it comes: to copy all of it at the end would take too long for one turn of the event loop.
-void UpdateDownload::takeFrom(QNetworkReply* reply)
+void UpdateDownload::onDownloaded(const http::Answer& answer)
 {
-    m_body.append(reply->readAll());
-    if (m_body.size() > m_maxBytes)
-        http::refuseBody(reply, m_maxBytes);
-}
-
-void UpdateDownload::onFinished(QNetworkReply* reply)
-{
-    reply->deleteLater();
-    if (reply->bytesAvailable() > 0)
-        m_body.append(reply->readAll());
-    const QString error = http::errorText(reply, m_body.size());
-    if (!error.isEmpty())
-        fail(error);
+    m_body = answer.body;
+    if (!answer.error.isEmpty())
+        fail(answer.error);
     else if (m_sha256.isEmpty())
         stage();
     else

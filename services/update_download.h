@@ -7,7 +7,6 @@
 #include <QString>
 
 class QNetworkAccessManager;
-class QNetworkReply;
 
 // One download of a launcher build, or of a full archive: fetched into memory, checked, staged.
 // Internal to UpdateManager, which describes the texts of failures. Ends in exactly one of ready
@@ -29,14 +28,12 @@ Q_SIGNALS:
     void failed(const QString& error);
 
 private:
-    void takeFrom(QNetworkReply* reply);
-    void onFinished(QNetworkReply* reply);
+    void onDownloaded(const http::Answer& answer);
     void check();
     void stage();
     void fail(const QString& error);
 
     QByteArray m_body;
     QString m_sha256;
-    qint64 m_maxBytes = 0;
     bool m_fullArchive = false;
 };

@@ -13,7 +13,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QStringList>
 
@@ -79,13 +78,14 @@ QString UpdateManager::runningExeSha256()
 
 void UpdateManager::checkForUpdate()
 {
-    QNetworkReply* reply = m_network->get(QNetworkRequest{QUrl(Settings::get().manifestUrl())});
-    http::limitBody(reply, http::maxManifestBytes);
-    connect(reply, &QNetworkReply::finished, this, [this, reply] {
-        reply->deleteLater();
-        const QByteArray manifest = reply->readAll();
-        onManifestDownloaded(http::errorText(reply, manifest.size()), manifest);
-    });
+    http::get(m_network, QNetworkRequest{QUrl(Settings::get().manifestUrl())},
+              {.context = this,
+               .maxBytes = http::maxManifestBytes,
+               .done =
+                   [this](const http::Answer& answer) {
+                       onManifestDownloaded(answer.error, answer.body);
+                   },
+               .isWhole = &http::isCheckedLater}); // a manifest that was cut does not parse
 }
 
 // The manifest's launcherArchive is not looked at: a check never starts a full-archive update.

@@ -1,4 +1,5 @@
 #include "app/settings.h"
+#include "services/account_session.h"
 #include "services/auth_client.h"
 #include "ui/elided_label.h"
 #include "ui/main_window.h"
@@ -110,6 +111,7 @@ void MainWindow::onLoginClicked()
     if (!readCredentials(username, password))
         return;
     setBusy(true, QStringLiteral("Logging in..."));
+    m_auth->abandonSignIns();
     m_auth->login(username, password);
 }
 
@@ -121,6 +123,7 @@ void MainWindow::onRegisterClicked()
     if (!readCredentials(username, password))
         return;
     setBusy(true, QStringLiteral("Registering..."));
+    m_auth->abandonSignIns();
     m_auth->registerAccount(username, password);
 }
 
@@ -149,7 +152,9 @@ void MainWindow::forgetSession()
 
 void MainWindow::updateAuthUi()
 {
-    const bool signedIn = !Settings::get().authToken().isEmpty();
+    const QString token = Settings::get().authToken();
+    const bool signedIn = !token.isEmpty();
+    m_auth->session()->follow(token);
     for (QWidget* widget : std::initializer_list<QWidget*>{m_usernameField, m_passwordField,
                                                            m_loginButton, m_registerButton})
         widget->setVisible(!signedIn);

@@ -3,6 +3,7 @@
 #include "app/settings.h"
 #include "preview/open_gl.h"
 #include "preview/skin_preview_3d.h"
+#include "services/account_session.h"
 #include "services/auth_client.h"
 
 #include <QFrame>
@@ -104,13 +105,15 @@ ProfilePage::ProfilePage(AuthClient* auth, QWidget* parent)
     , m_token(Settings::get().authToken())
 {
     buildUi();
+    connect(m_auth->session(), &AccountSession::ended, this, &ProfilePage::forgetUploads);
+    m_auth->session()->follow(m_token);
     if (!m_token.isEmpty())
         takeSession(Settings::get().authUsername(), m_uuid, m_token);
     connect(m_auth, &AuthClient::loginSucceeded, this, &ProfilePage::takeSession);
     connect(m_auth, &AuthClient::loggedOut, this, [this] {
         forgetSession();
-        for (QLabel* label : {m_renameStatus, m_skinStatus, m_modelStatus})
-            label->clear();
+        m_skinStatus->clear();
+        m_modelStatus->clear();
         m_username->clear();
     });
     connect(m_auth, &AuthClient::validationResult, this, [this](bool valid) {
@@ -271,9 +274,9 @@ void ProfilePage::takeSession(const QString& username, const QString& uuid, cons
 {
     m_uuid = uuid;
     m_token = token;
+    m_auth->session()->follow(token);
     m_username->setText(username);
     m_uuidLabel->setText(QStringLiteral("UUID: ") + uuid);
-    ++m_appearanceRound;
     refreshAppearance();
 }
 
@@ -281,6 +284,6 @@ void ProfilePage::forgetSession()
 {
     m_uuid.clear();
     m_token.clear();
+    m_auth->session()->follow({});
     m_uuidLabel->clear();
-    ++m_appearanceRound;
 }

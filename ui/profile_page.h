@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QPointer>
 #include <QString>
 #include <QWidget>
 
@@ -8,18 +9,20 @@ class AuthClient;
 class QLabel;
 class QLineEdit;
 class QNetworkAccessManager;
-class QNetworkReply;
 class QNetworkRequest;
 class QVBoxLayout;
 class SkinPreview3D;
+namespace http {
+struct Answer;
+} // namespace http
 
 // The signed-in player's account page: name, uuid, skin and model, with the character in 3D where
 // the machine has OpenGL 3.3. The preview is made when the page is first seen: a window that holds
 // OpenGL starts later, and costs more at every frame of its banner. Owned by the main window; GUI
 // thread. It follows the auth client's signals, and emits the client's loginSucceeded after a
 // rename, so that everyone takes over the new name as after a sign-in. Whatever fails is told in
-// the status label beside its button. A reply that arrives for an account that is no longer signed
-// in is dropped.
+// the status label beside its button. Its requests belong to the auth client's session, and end
+// with it; of each kind only the newest is answered.
 class ProfilePage : public QWidget
 {
     Q_OBJECT
@@ -34,7 +37,7 @@ private Q_SLOTS:
     void onUploadSkin();
     void onUploadModel();
     void onRenameClicked();
-    // Asks the server for skin and model; an earlier round that is still under way is forgotten.
+    // Asks the server for skin and model; an earlier round that is still under way is aborted.
     void refreshAppearance();
 
 private:
@@ -49,16 +52,17 @@ private:
     void forgetSession();
 
     QNetworkRequest accountRequest(const QString& path, const QString& contentType) const;
-    bool isSignedIn(const QString& uuid) const;
-    void fetch(const QString& path, qint64 maxBytes, void (ProfilePage::*handler)(QNetworkReply*));
-    void onSkinReply(QNetworkReply* reply);
-    void onModelReply(QNetworkReply* reply);
-    void onRenameReply(QNetworkReply* reply, const QString& name);
+    void fetchSkin(QObject* round);
+    void fetchModel(QObject* round);
+    void onSkinAnswer(const http::Answer& answer);
+    void onModelAnswer(const http::Answer& answer);
+    void onRenameAnswer(const http::Answer& answer, const QString& name);
     void chooseAndUpload(QLabel* status, const QString& caption, const QString& filter,
                          bool isSkin);
     void uploadFile(const QString& path, const char* endpoint, const char* contentType,
                     bool isSkin);
-    void onUploadReply(QNetworkReply* reply, bool isSkin);
+    void onUploadAnswer(const http::Answer& answer, bool isSkin);
+    void forgetUploads();
 
     AuthClient* m_auth;
     QNetworkAccessManager* m_network;
@@ -70,7 +74,11 @@ private:
     QLabel* m_modelStatus = nullptr;
     QString m_uuid;
     QString m_token;
-    int m_appearanceRound = 0;        // replies of an earlier round are dropped
+    // What the newest request of each kind belongs to; the session owns and ends them.
+    QPointer<QObject> m_appearanceRound;
+    QPointer<QObject> m_renaming;
+    QPointer<QObject> m_skinUpload;
+    QPointer<QObject> m_modelUpload;
     QLabel* m_previewPlace = nullptr; // until there is a preview; without OpenGL it says why
     QLabel* m_dragHint = nullptr;
     QByteArray m_skin; // what came before the preview was made

@@ -1,29 +1,30 @@
 #include "ui/profile_page.h"
 
 #include "app/settings.h"
+#include "services/account_session.h"
 #include "services/auth_client.h"
 #include "services/http.h"
+#include "services/upload_body.h"
 
-#include <QFile>
 #include <QFileDialog>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
 #include <QLineEdit>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QNetworkRequest>
 
-#include <optional>
+#include <memory>
+#include <utility>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
 constexpr qint64 maxSkinBytes = 1024 * 1024;
 constexpr qint64 maxModelBytes = 16 * 1024 * 1024; // parsed on the GUI thread
-// What a file holds is the server's to judge, but it goes through memory.
-constexpr qint64 maxUploadBytes = 256 * 1024 * 1024;
+constexpr auto uploading = "Uploading..."_L1;
 
 // A server may send a text of any length; nobody reads more than this, and laying it out takes
 // time.
@@ -33,29 +34,21 @@ void showMessage(QLabel* status, const QString& message)
     status->setText(message.left(maxChars));
 }
 
-QString uploadErrorText(const QNetworkReply* reply, const QByteArray& body)
+QString uploadErrorText(const http::Answer& upload)
 {
-    const QJsonObject answer = QJsonDocument::fromJson(body).object();
+    const QJsonObject answer = QJsonDocument::fromJson(upload.body).object();
     QString message = answer[u"error"].toString();
     QStringList reasons;
     for (const auto& reason : answer[u"reasons"].toArray())
         reasons << reason.toString();
     if (!reasons.isEmpty())
         message += u": " + reasons.join(u"; ");
-    return message.isEmpty() ? reply->errorString() : message;
+    return message.isEmpty() ? upload.error : message;
 }
 
-// Regular files only: a pipe would stop the window until somebody writes into it.
-std::optional<QByteArray> contentOf(const QString& path)
+bool isWholePng(const QByteArray& body)
 {
-    QFile file(path);
-    if (!QFileInfo(path).isFile() || file.size() > maxUploadBytes ||
-        !file.open(QIODevice::ReadOnly))
-        return {};
-    QByteArray content = file.readAll();
-    if (file.error() != QFileDevice::NoError)
-        return {};
-    return content;
+    return body.endsWith(QByteArrayView("IEND\xae\x42\x60\x82"));
 }
 
 } // namespace
@@ -64,44 +57,50 @@ void ProfilePage::refreshAppearance()
 {
     if (m_uuid.isEmpty())
         return;
-    ++m_appearanceRound;
-    fetch(QStringLiteral("/skins/%1.png").arg(m_uuid), maxSkinBytes, &ProfilePage::onSkinReply);
-    fetch(QStringLiteral("/models/%1.json").arg(m_uuid), maxModelBytes, &ProfilePage::onModelReply);
+    m_appearanceRound = m_auth->session()->renew(m_appearanceRound);
+    fetchSkin(m_appearanceRound);
+    fetchModel(m_appearanceRound);
 }
 
-void ProfilePage::fetch(const QString& path, qint64 maxBytes,
-                        void (ProfilePage::*handler)(QNetworkReply*))
+void ProfilePage::fetchSkin(QObject* round)
 {
-    QNetworkReply* reply = m_network->get(QNetworkRequest(QUrl(m_auth->endpoint(path))));
-    http::limitBody(reply, maxBytes);
-    connect(reply, &QNetworkReply::finished, this,
-            [this, reply, handler, round = m_appearanceRound] {
-                reply->deleteLater();
-                if (round == m_appearanceRound)
-                    (this->*handler)(reply);
-            });
+    const QUrl url(m_auth->endpoint(u"/skins/%1.png"_s.arg(m_uuid)));
+    http::get(m_network, QNetworkRequest(url),
+              {.context = round,
+               .maxBytes = maxSkinBytes,
+               .done = [this](const http::Answer& answer) { onSkinAnswer(answer); },
+               .isWhole = &isWholePng});
+}
+
+void ProfilePage::fetchModel(QObject* round)
+{
+    const QUrl url(m_auth->endpoint(u"/models/%1.json"_s.arg(m_uuid)));
+    http::get(m_network, QNetworkRequest(url),
+              {.context = round,
+               .maxBytes = maxModelBytes,
+               .done = [this](const http::Answer& answer) { onModelAnswer(answer); },
+               .isWhole = &http::isJson});
 }
 
 // Without a skin on the server the preview keeps what it shows; so it does for the model.
-void ProfilePage::onSkinReply(QNetworkReply* reply)
+void ProfilePage::onSkinAnswer(const http::Answer& answer)
 {
-    const QByteArray body = reply->readAll();
-    if (reply->error() == QNetworkReply::ContentNotFoundError) {
+    if (answer.notFound) {
         m_skinStatus->setText(QStringLiteral("No skin uploaded (default look)."));
-    } else if (http::errorText(reply, body.size()).isEmpty()) {
-        showSkin(body);
+    } else if (answer.error.isEmpty()) {
+        showSkin(answer.body);
         m_skinStatus->setText(QStringLiteral("Skin active."));
     }
 }
 
-void ProfilePage::onModelReply(QNetworkReply* reply)
+void ProfilePage::onModelAnswer(const http::Answer& answer)
 {
-    const QByteArray body = reply->readAll();
-    if (reply->error() == QNetworkReply::ContentNotFoundError) {
+    if (answer.notFound) {
         m_modelStatus->setText(QStringLiteral("No custom model (default character)."));
-    } else if (http::errorText(reply, body.size()).isEmpty()) {
-        showModel(body);
-        const QJsonArray elements = QJsonDocument::fromJson(body).object()[u"elements"].toArray();
+    } else if (answer.error.isEmpty()) {
+        showModel(answer.body);
+        const QJsonArray elements =
+            QJsonDocument::fromJson(answer.body).object()[u"elements"].toArray();
         m_modelStatus->setText(
             QStringLiteral("Custom model active (%1 cubes).").arg(elements.size()));
     }
@@ -112,12 +111,8 @@ QNetworkRequest ProfilePage::accountRequest(const QString& path, const QString& 
     QNetworkRequest request{QUrl(m_auth->endpoint(path))};
     request.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
     http::setBearerToken(request, m_token);
+    http::refuseRedirects(request);
     return request;
-}
-
-bool ProfilePage::isSignedIn(const QString& uuid) const
-{
-    return !m_token.isEmpty() && m_uuid == uuid;
 }
 
 void ProfilePage::onRenameClicked()
@@ -130,20 +125,18 @@ void ProfilePage::onRenameClicked()
     }
     const QNetworkRequest request =
         accountRequest(QStringLiteral("/auth/rename"), QStringLiteral("application/json"));
-    QNetworkReply* reply = m_network->post(
-        request, QJsonDocument(QJsonObject{{QStringLiteral("username"), name}}).toJson());
-    http::limitBody(reply, http::maxAnswerBytes);
-    connect(reply, &QNetworkReply::finished, this, [this, reply, name, uuid = m_uuid] {
-        reply->deleteLater();
-        if (isSignedIn(uuid))
-            onRenameReply(reply, name);
-    });
+    m_renaming = m_auth->session()->renew(m_renaming);
+    http::post(m_network, request, QJsonDocument(QJsonObject{{u"username"_s, name}}).toJson(),
+               {.context = m_renaming,
+                .maxBytes = http::maxAnswerBytes,
+                .done = [this, name](const http::Answer& answer) { onRenameAnswer(answer, name); },
+                .isWhole = &http::isJson});
 }
 
-void ProfilePage::onRenameReply(QNetworkReply* reply, const QString& name)
+void ProfilePage::onRenameAnswer(const http::Answer& answer, const QString& name)
 {
-    if (reply->error() != QNetworkReply::NoError) {
-        showMessage(m_renameStatus, http::accountErrorText(reply, reply->readAll()));
+    if (!answer.error.isEmpty()) {
+        showMessage(m_renameStatus, http::accountErrorText(answer));
         return;
     }
     m_renameStatus->setText(QStringLiteral("Username updated."));
@@ -188,31 +181,39 @@ void ProfilePage::uploadFile(const QString& path, const char* endpoint, const ch
                              bool isSkin)
 {
     QLabel* status = isSkin ? m_skinStatus : m_modelStatus;
-    status->setText(QStringLiteral("Uploading..."));
-    const std::optional<QByteArray> content = contentOf(path);
-    if (!content) {
-        status->setText(QStringLiteral("Cannot read file."));
+    status->setText(uploading);
+    std::unique_ptr<UploadBody> body = UploadBody::open(path);
+    if (!body) {
+        status->setText(UploadBody::errorText());
         return;
     }
-    const QNetworkRequest request =
-        accountRequest(QString::fromLatin1(endpoint), QString::fromLatin1(contentType));
-    QNetworkReply* reply = m_network->post(request, *content);
-    http::limitBody(reply, http::maxAnswerBytes);
-    connect(reply, &QNetworkReply::finished, this, [this, reply, isSkin, uuid = m_uuid] {
-        reply->deleteLater();
-        if (isSignedIn(uuid))
-            onUploadReply(reply, isSkin);
-    });
+    QPointer<QObject>& upload = isSkin ? m_skinUpload : m_modelUpload;
+    upload = m_auth->session()->renew(upload);
+    http::post(
+        m_network, accountRequest(QString::fromLatin1(endpoint), QString::fromLatin1(contentType)),
+        std::move(body),
+        {.context = upload,
+         .maxBytes = http::maxAnswerBytes,
+         .done = [this, isSkin](const http::Answer& answer) { onUploadAnswer(answer, isSkin); },
+         .isWhole = &http::isJson});
 }
 
-void ProfilePage::onUploadReply(QNetworkReply* reply, bool isSkin)
+void ProfilePage::onUploadAnswer(const http::Answer& answer, bool isSkin)
 {
     QLabel* status = isSkin ? m_skinStatus : m_modelStatus;
-    const QByteArray body = reply->readAll();
-    if (reply->error() != QNetworkReply::NoError) {
-        showMessage(status, uploadErrorText(reply, body));
+    if (!answer.error.isEmpty()) {
+        showMessage(status, uploadErrorText(answer));
         return;
     }
     status->setText(isSkin ? QStringLiteral("Skin uploaded.") : QStringLiteral("Model uploaded."));
     refreshAppearance();
+}
+
+// They ended with their session: nothing will take their place.
+void ProfilePage::forgetUploads()
+{
+    for (QLabel* status : {m_skinStatus, m_modelStatus}) {
+        if (status->text() == uploading)
+            status->clear();
+    }
 }

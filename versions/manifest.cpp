@@ -9,7 +9,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QNetworkRequest>
 
 namespace {
@@ -57,13 +56,14 @@ void VersionManager::refreshManifest()
     QNetworkRequest request{QUrl(Settings::get().manifestUrl())};
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::NoLessSafeRedirectPolicy);
-    QNetworkReply* reply = m_network->get(request);
-    http::limitBody(reply, http::maxManifestBytes);
-    connect(reply, &QNetworkReply::finished, this, [this, reply] {
-        reply->deleteLater();
-        const QByteArray data = reply->readAll();
-        onManifestDownloaded(http::errorText(reply, data.size()), data);
-    });
+    http::get(m_network, request,
+              {.context = this,
+               .maxBytes = http::maxManifestBytes,
+               .done =
+                   [this](const http::Answer& answer) {
+                       onManifestDownloaded(answer.error, answer.body);
+                   },
+               .isWhole = &http::isCheckedLater}); // a manifest that was cut does not parse
 }
 
 void VersionManager::onManifestDownloaded(const QString& error, const QByteArray& data)

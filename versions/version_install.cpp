@@ -8,10 +8,10 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QNetworkRequest>
 
 #include <chrono>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -98,14 +98,16 @@ QString VersionManager::sha256Hex(const QByteArray& data)
 
 void VersionManager::install(const GameVersion& v)
 {
-    QNetworkReply* reply = m_network->get(QNetworkRequest{QUrl(v.url)});
-    http::limitBody(reply, http::maxDownloadBytes);
-    connect(reply, &QNetworkReply::downloadProgress, this, &VersionManager::downloadProgress);
-    connect(reply, &QNetworkReply::finished, this, [this, reply, v] {
-        reply->deleteLater();
-        const QByteArray body = reply->readAll();
-        onJarDownloaded(v, http::errorText(reply, body.size()), body);
-    });
+    http::Exchange exchange{
+        .context = this,
+        .maxBytes = http::maxDownloadBytes,
+        .done = [this,
+                 v](const http::Answer& answer) { onJarDownloaded(v, answer.error, answer.body); },
+        .progress = [this](qint64 received,
+                           qint64 total) { Q_EMIT downloadProgress(received, total); }};
+    if (!v.sha256.isEmpty())
+        exchange.isWhole = &http::isCheckedLater;
+    http::get(m_network, QNetworkRequest{QUrl(v.url)}, std::move(exchange));
 }
 
 void VersionManager::onJarDownloaded(const GameVersion& v, const QString& error,

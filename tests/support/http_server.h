@@ -83,6 +83,8 @@ public:
     const QList<HttpRequest>& requests() const { return m_requests; }
     qsizetype requestCount(const QByteArray& path) const;
     void forgetRequests() { m_requests.clear(); }
+    // Connections that neither side has closed yet.
+    qsizetype connectionCount() const { return m_received.size(); }
 
     // From now on connections are refused, and those under way are cut.
     void goOffline();

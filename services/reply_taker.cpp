@@ -1,0 +1,188 @@
+#include "services/reply_taker.h"
+
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QRegularExpression>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// How much may wait for a busy window. Compressed, it can become forty times as much, which the
+// network layer unpacks in one turn of the event loop; beyond that it gives up by itself.
+constexpr qint64 readAheadBytes = 256 * 1024;
+// What one turn of the event loop copies.
+constexpr qint64 sliceBytes = 4 * 1024 * 1024;
+// Set aside at the announcement, so that the body does not move while it grows.
+constexpr qint64 maxReservedBytes = 256 * 1024 * 1024;
+
+// Absent for other protocols than HTTP.
+std::optional<int> statusOf(const QNetworkReply* reply)
+{
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    return status.isValid() ? std::optional(status.toInt()) : std::nullopt;
+}
+
+bool isCompressed(const QNetworkReply* reply)
+{
+    const QByteArray encoding = reply->rawHeader("Content-Encoding").trimmed().toLower();
+    return !encoding.isEmpty() && encoding != "identity";
+}
+
+// As announced; -1 when there is no announcement, absent when it makes no sense. The network layer
+// takes what it cannot read for no announcement, and moves that of a compressed body elsewhere.
+std::optional<qint64> announcedLength(const QNetworkReply* reply)
+{
+    const QVariant original = reply->attribute(QNetworkRequest::OriginalContentLengthAttribute);
+    if (original.isValid())
+        return original.toLongLong() < 0 ? std::nullopt : std::optional(original.toLongLong());
+    qint64 length = -1;
+    const QByteArray header = reply->rawHeader("Content-Length");
+    for (const QByteArray& value : header.isEmpty() ? QByteArrayList() : header.split(',')) {
+        bool valid = false;
+        const qint64 number = value.trimmed().toLongLong(&valid);
+        if (!valid || number < 0 || (length >= 0 && length != number))
+            return std::nullopt;
+        length = number;
+    }
+    return length;
+}
+
+// Nobody here asks for a range, but some servers answer so with the whole.
+bool isWholeRange(const QNetworkReply* reply, qint64 size)
+{
+    static const QRegularExpression pattern(u"^bytes 0-(\\d+)/(\\d+)$"_s);
+    const auto match =
+        pattern.match(QString::fromLatin1(reply->rawHeader("Content-Range").trimmed()));
+    return match.hasMatch() && match.captured(1).toLongLong() == size - 1 &&
+           match.captured(2).toLongLong() == size;
+}
+
+} // namespace
+
+ReplyTaker::ReplyTaker(QNetworkReply* reply, http::Exchange exchange)
+    : QObject(reply), m_reply(reply), m_exchange(std::move(exchange))
+{
+    reply->setReadBufferSize(readAheadBytes);
+    connect(reply, &QNetworkReply::metaDataChanged, this, &ReplyTaker::onHead);
+    connect(reply, &QNetworkReply::readyRead, this, &ReplyTaker::onData);
+    connect(reply, &QNetworkReply::finished, this, &ReplyTaker::onFinished);
+    connect(m_exchange.context, &QObject::destroyed, this, &ReplyTaker::onContextEnd);
+    if (m_exchange.progress)
+        connect(reply, &QNetworkReply::downloadProgress, this,
+                [this](qint64 received, qint64 total) {
+                    // A copy: it may end the context, and this exchange with it.
+                    if (const auto progress = m_exchange.progress)
+                        progress(received, total);
+                });
+}
+
+void ReplyTaker::onHead()
+{
+    const qint64 length = announcedLength(m_reply).value_or(-1);
+    if (!fits(length))
+        refuseLength();
+    else if (!isCompressed(m_reply))
+        m_body.reserve(std::clamp<qint64>(length, 0, maxReservedBytes));
+}
+
+// As it comes: to copy all of it at the end would take too long for one turn of the event loop.
+void ReplyTaker::onData()
+{
+    if (!m_exchange.done)
+        return;
+    if (!fits(m_reply->bytesAvailable()))
+        return refuseLength();
+    m_body.append(m_reply->read(sliceBytes));
+    if (m_reply->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(this, &ReplyTaker::onData, Qt::QueuedConnection);
+}
+
+void ReplyTaker::onFinished()
+{
+    m_reply->deleteLater();
+    const qint64 rest = m_reply->isOpen() ? m_reply->bytesAvailable() : 0;
+    if (!fits(rest))
+        return refuseLength();
+    if (rest > 0)
+        m_body.append(m_reply->readAll());
+    deliver(errorText());
+}
+
+void ReplyTaker::onContextEnd()
+{
+    m_exchange = {};
+    m_reply->disconnect(this);
+    // Not here: this may be the end of a handler of the reply's own signal.
+    QMetaObject::invokeMethod(
+        m_reply,
+        [reply = m_reply] {
+            reply->deleteLater();
+            reply->abort();
+        },
+        Qt::QueuedConnection);
+}
+
+bool ReplyTaker::fits(qint64 more) const
+{
+    return more <= m_exchange.maxBytes - m_body.size();
+}
+
+void ReplyTaker::refuseLength()
+{
+    m_body = {};
+    refuse(u"The server sent more than %1 MB"_s.arg(m_exchange.maxBytes / (1024 * 1024)));
+}
+
+void ReplyTaker::refuse(const QString& error)
+{
+    m_reply->disconnect(this);
+    // The network layer cannot stand an abort from within its own signals.
+    QMetaObject::invokeMethod(
+        this,
+        [this, error] {
+            m_reply->deleteLater();
+            m_reply->abort();
+            deliver(error);
+        },
+        Qt::QueuedConnection);
+}
+
+QString ReplyTaker::errorText() const
+{
+    if (m_reply->error() != QNetworkReply::NoError)
+        return m_reply->errorString();
+    const int status = statusOf(m_reply).value_or(200);
+    if (status == 304)
+        return u"The server says that nothing has changed"_s;
+    if (status < 200 || status > 299)
+        return u"The server's answer cannot be used"_s;
+    const std::optional<qint64> announced = announcedLength(m_reply);
+    if (!announced)
+        return u"The server announced an impossible length"_s;
+    const bool compressed = isCompressed(m_reply);
+    if (!compressed && *announced >= 0 && *announced != m_body.size())
+        return u"The server closed the connection early"_s;
+    if (status == 206 && !isWholeRange(m_reply, compressed ? *announced : m_body.size()))
+        return u"The server sent only a part of the file"_s;
+    // Neither its length nor its chunks tell: the network layer counts what it unpacked, and is
+    // content with chunks that break off.
+    if (compressed && *announced != 0 && !(m_exchange.isWhole && m_exchange.isWhole(m_body)))
+        return u"The server's compressed answer may be cut"_s;
+    return {};
+}
+
+void ReplyTaker::deliver(const QString& error)
+{
+    m_reply->disconnect(this);
+    const auto done = std::exchange(m_exchange.done, {});
+    if (!done)
+        return;
+    const http::Answer answer{std::exchange(m_body, {}), error,
+                              m_reply->error() == QNetworkReply::ContentNotFoundError};
+    done(answer);
+}

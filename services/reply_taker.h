@@ -1,0 +1,33 @@
+#pragma once
+
+#include "services/http.h"
+
+#include <QObject>
+
+class QNetworkReply;
+
+// Takes one reply whole for an http::Exchange. Internal to http; owned by the reply, GUI thread.
+class ReplyTaker : public QObject
+{
+    Q_OBJECT
+
+public:
+    ReplyTaker(QNetworkReply* reply, http::Exchange exchange);
+
+    // Ends the request with this text, from the event loop.
+    void refuse(const QString& error);
+
+private:
+    void onHead();
+    void onData();
+    void onFinished();
+    void onContextEnd();
+    bool fits(qint64 more) const;
+    void refuseLength();
+    QString errorText() const;
+    void deliver(const QString& error);
+
+    QNetworkReply* m_reply;
+    http::Exchange m_exchange;
+    QByteArray m_body;
+};
