@@ -214,6 +214,7 @@ void HttpServer::accept()
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readFrom(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
             m_received.remove(socket);
+            m_held.removeIf([socket](const auto& held) { return held.second == socket; });
             socket->deleteLater();
         });
         readFrom(socket);
@@ -229,7 +230,32 @@ void HttpServer::readFrom(QTcpSocket* socket)
         return;
     received.clear();
     m_requests.append(*request);
-    send(socket, answerTo(*request));
+    const HttpAnswer answer = answerTo(*request);
+    if (answer.stallAfter && *answer.stallAfter < 0)
+        m_held.append(qMakePair(request->path, socket));
+    send(socket, answer);
+}
+
+bool HttpServer::answerHeld(const QByteArray& path, const HttpAnswer& answer)
+{
+    const auto held = std::ranges::find(m_held, path, &QPair<QByteArray, QTcpSocket*>::first);
+    return answerHeldAt(held == m_held.end() ? -1 : held - m_held.begin(), answer);
+}
+
+bool HttpServer::answerNewestHeld(const QByteArray& path, const HttpAnswer& answer)
+{
+    qsizetype index = m_held.size() - 1;
+    while (index >= 0 && m_held[index].first != path)
+        --index;
+    return answerHeldAt(index, answer);
+}
+
+bool HttpServer::answerHeldAt(qsizetype index, const HttpAnswer& answer)
+{
+    if (index < 0)
+        return false;
+    send(m_held.takeAt(index).second, answer);
+    return true;
 }
 
 HttpAnswer HttpServer::answerTo(const HttpRequest& request) const

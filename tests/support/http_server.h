@@ -83,6 +83,11 @@ public:
     const QList<HttpRequest>& requests() const { return m_requests; }
     qsizetype requestCount(const QByteArray& path) const;
     void forgetRequests() { m_requests.clear(); }
+    // Answers the oldest request for the path that is met with HttpAnswer::silence and whose
+    // client still waits; false when there is none.
+    bool answerHeld(const QByteArray& path, const HttpAnswer& answer);
+    // The newest instead.
+    bool answerNewestHeld(const QByteArray& path, const HttpAnswer& answer);
     // Connections that neither side has closed yet.
     qsizetype connectionCount() const { return m_received.size(); }
 
@@ -94,10 +99,12 @@ private:
     void accept();
     void readFrom(QTcpSocket* socket);
     HttpAnswer answerTo(const HttpRequest& request) const;
+    bool answerHeldAt(qsizetype index, const HttpAnswer& answer);
 
     QTcpServer* m_server;
     bool m_tls;
     QHash<QByteArray, Handler> m_handlers;
     QList<HttpRequest> m_requests;
-    QHash<QTcpSocket*, QByteArray> m_received; // what a connection sent so far
+    QHash<QTcpSocket*, QByteArray> m_received;    // what a connection sent so far
+    QList<QPair<QByteArray, QTcpSocket*>> m_held; // the path and who waits
 };
