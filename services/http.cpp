@@ -43,7 +43,7 @@ void post(QNetworkAccessManager* network, const QNetworkRequest& request,
     source->setParent(reply);
     auto* taker = new ReplyTaker(reply, std::move(exchange));
     QObject::connect(source, &UploadBody::broke, taker,
-                     [taker] { taker->refuse(UploadBody::errorText()); });
+                     [taker] { taker->explainFailure(UploadBody::errorText()); });
 }
 
 bool isJson(const QByteArray& body)

@@ -44,7 +44,7 @@ struct Exchange
 void get(QNetworkAccessManager* network, const QNetworkRequest& request, Exchange exchange);
 void post(QNetworkAccessManager* network, const QNetworkRequest& request, const QByteArray& body,
           Exchange exchange);
-// Streams the body: it is never held in memory. A body that breaks off ends the request with
+// Streams the body: it is never held in memory. One that breaks off fails with
 // UploadBody::errorText.
 void post(QNetworkAccessManager* network, const QNetworkRequest& request,
           std::unique_ptr<UploadBody> body, Exchange exchange);

@@ -62,6 +62,15 @@ bool isWholeRange(const QNetworkReply* reply, qint64 size)
            match.captured(2).toLongLong() == size;
 }
 
+// Not from within the reply's own signals, which the network layer cannot stand; nor when it has
+// failed already, and is about to say so.
+void end(QNetworkReply* reply)
+{
+    reply->deleteLater();
+    if (reply->error() == QNetworkReply::NoError)
+        reply->abort();
+}
+
 } // namespace
 
 ReplyTaker::ReplyTaker(QNetworkReply* reply, http::Exchange exchange)
@@ -117,14 +126,8 @@ void ReplyTaker::onContextEnd()
 {
     m_exchange = {};
     m_reply->disconnect(this);
-    // Not here: this may be the end of a handler of the reply's own signal.
     QMetaObject::invokeMethod(
-        m_reply,
-        [reply = m_reply] {
-            reply->deleteLater();
-            reply->abort();
-        },
-        Qt::QueuedConnection);
+        m_reply, [reply = m_reply] { end(reply); }, Qt::QueuedConnection);
 }
 
 bool ReplyTaker::fits(qint64 more) const
@@ -138,15 +141,14 @@ void ReplyTaker::refuseLength()
     refuse(u"The server sent more than %1 MB"_s.arg(m_exchange.maxBytes / (1024 * 1024)));
 }
 
+// Ends the request with this text, from the event loop.
 void ReplyTaker::refuse(const QString& error)
 {
     m_reply->disconnect(this);
-    // The network layer cannot stand an abort from within its own signals.
     QMetaObject::invokeMethod(
         this,
         [this, error] {
-            m_reply->deleteLater();
-            m_reply->abort();
+            end(m_reply);
             deliver(error);
         },
         Qt::QueuedConnection);
@@ -155,7 +157,7 @@ void ReplyTaker::refuse(const QString& error)
 QString ReplyTaker::errorText() const
 {
     if (m_reply->error() != QNetworkReply::NoError)
-        return m_reply->errorString();
+        return m_explanation.isEmpty() ? m_reply->errorString() : m_explanation;
     const int status = statusOf(m_reply).value_or(200);
     if (status == 304)
         return u"The server says that nothing has changed"_s;

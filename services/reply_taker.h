@@ -14,10 +14,11 @@ class ReplyTaker : public QObject
 public:
     ReplyTaker(QNetworkReply* reply, http::Exchange exchange);
 
-    // Ends the request with this text, from the event loop.
-    void refuse(const QString& error);
+    // The text for the failure that the network layer is about to report, in place of its own.
+    void explainFailure(const QString& error) { m_explanation = error; }
 
 private:
+    void refuse(const QString& error);
     void onHead();
     void onData();
     void onFinished();
@@ -30,4 +31,5 @@ private:
     QNetworkReply* m_reply;
     http::Exchange m_exchange;
     QByteArray m_body;
+    QString m_explanation;
 };

@@ -38,7 +38,7 @@ qint64 UploadBody::readData(char* data, qint64 maxSize)
     const qint64 count = m_file.read(data, wanted);
     if (count > 0)
         return count;
-    // The network layer would wait for more, for ever.
+    // The network layer gives up when a body ends before its announced length.
     Q_EMIT broke();
     return -1;
 }
