@@ -1,24 +1,11 @@
 #include "ui/elided_label.h"
 
+#include "ui/foreign_text.h"
+
 #include <QHelpEvent>
 #include <QStyle>
 #include <QStylePainter>
 #include <QToolTip>
-
-namespace {
-
-// A server decides how long a text is. No line is this wide and no tool tip this big; measuring
-// more than that at every paint would cost the player's time.
-constexpr qsizetype maxLineChars = 1000;
-constexpr qsizetype maxToolTipChars = 4000;
-
-// Tool tips guess their format and wrap rich text only: escaped, the text stays literal and wraps.
-QString toolTipHtml(const QString& text)
-{
-    return QStringLiteral("<p>%1</p>").arg(text.left(maxToolTipChars).toHtmlEscaped());
-}
-
-} // namespace
 
 ElidedLabel::ElidedLabel(QWidget* parent) : QLabel(parent)
 {
@@ -41,12 +28,13 @@ void ElidedLabel::showText(const QString& text)
 {
     setText(text);
     setToolTip(text);
+    setAccessibleDescription(foreign_text::spoken(text));
 }
 
 QString ElidedLabel::shownText() const
 {
-    const QString line = text().left(maxLineChars).simplified();
-    return fontMetrics().elidedText(line, Qt::ElideRight, contentsRect().width());
+    const QString line = foreign_text::line(text()).simplified();
+    return fontMetrics().elidedText(line, Qt::ElideMiddle, contentsRect().width());
 }
 
 bool ElidedLabel::event(QEvent* event)
@@ -57,7 +45,8 @@ bool ElidedLabel::event(QEvent* event)
     if (shownText() == text())
         QToolTip::hideText();
     else
-        QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), toolTipHtml(text()), this);
+        QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(),
+                           foreign_text::toolTipHtml(text()), this);
     return true;
 }
 

@@ -6,6 +6,7 @@
 #include "services/update_manager.h"
 #include "ui/banner_widget.h"
 #include "ui/elided_label.h"
+#include "ui/foreign_text.h"
 #include "ui/pages.h"
 #include "ui/profile_page.h"
 #include "ui/short_screen_area.h"
@@ -51,7 +52,7 @@ void MainWindow::showEvent(QShowEvent* event)
 // Widgets are made in the order the eye meets them, which makes it the order of the Tab key.
 void MainWindow::buildUi()
 {
-    setWindowTitle(QStringLiteral("Tessellan Launcher %1").arg(deployment::version));
+    setWindowTitle(QStringLiteral("Tessellan Launcher %1").arg(deployment::version)); // own words
     resize(1080, 600);
     setStyleSheet(windowStyleSheet());
 
@@ -181,10 +182,5 @@ void MainWindow::appendConsole(const QString& line)
 {
     if (m_console->isHidden())
         m_console->show();
-    // One block per call: a bare carriage return, which games use to redraw a line, would start
-    // another one. The line separator breaks within the block.
-    QString block = line;
-    for (const char16_t separator : {u'\r', u'\n', u'\x2029'})
-        block.replace(separator, QChar::LineSeparator);
-    m_console->appendPlainText(block);
+    foreign_text::appendTo(m_console, line);
 }

@@ -94,7 +94,9 @@ private:
     void editProfile(const QListWidgetItem* item);
     void playCurrentProfile();
     void deleteCurrentProfile();
+    int indexOfVersion(const QString& id);
     void saveProfile();
+    QList<GameVersion> listedVersions() const;
     QString versionText(const GameVersion& version) const;
 
     // News pages

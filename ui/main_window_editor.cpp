@@ -1,4 +1,5 @@
 #include "profiles/profile_manager.h"
+#include "ui/foreign_text.h"
 #include "ui/main_window.h"
 #include "ui/pages.h"
 #include "versions/version_manager.h"
@@ -13,14 +14,16 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace {
 
 QSpinBox* addHeapSpin(QHBoxLayout* row, const QString& label, const QString& name, QWidget* page)
 {
-    auto* caption = new QLabel(label, page);
+    auto* caption = new QLabel(label, page); // own words
     auto* spin = new QSpinBox(page);
     spin->setObjectName(name);
-    spin->setAccessibleName(label);
+    spin->setAccessibleName(label); // own words
     spin->setRange(32, 65536);
     spin->setSuffix(QStringLiteral(" MB"));
     caption->setBuddy(spin);
@@ -68,10 +71,7 @@ QFormLayout* MainWindow::buildEditorForm(QWidget* page)
     m_nameField->setObjectName(QStringLiteral("nameField"));
     form->addRow(QStringLiteral("Name:"), m_nameField);
 
-    m_versionCombo = new QComboBox(page);
-    m_versionCombo->setObjectName(QStringLiteral("versionCombo"));
-    m_versionCombo->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    m_versionCombo->setMinimumContentsLength(20);
+    m_versionCombo = pages::makeCombo(QStringLiteral("versionCombo"), page);
     form->addRow(QStringLiteral("Game version:"), m_versionCombo);
 
     auto* memory = new QHBoxLayout;
@@ -101,32 +101,46 @@ void MainWindow::showProfileEditor(const LaunchProfile* profile)
 {
     const LaunchProfile shown = profile ? *profile : LaunchProfile();
     m_previousName = shown.name;
-    m_nameField->setText(shown.name);
+    foreign_text::fill(m_nameField, shown.name);
     m_xmsSpin->setValue(shown.xms);
     m_xmxSpin->setValue(shown.xmx);
-    m_extraArgsField->setText(shown.extraJvmArgs);
+    foreign_text::fill(m_extraArgsField, shown.extraJvmArgs);
     m_errorLabel->hide();
 
     m_versionCombo->clear();
-    for (const GameVersion& version : m_versions->versions())
-        m_versionCombo->addItem(versionText(version), version.id);
+    for (const GameVersion& version : listedVersions())
+        foreign_text::addEntry(m_versionCombo, versionText(version), version.id);
     // A version that the manifest no longer lists leaves the first one selected.
-    const int index = profile ? m_versionCombo->findData(profile->version) : -1;
+    const int index = profile ? indexOfVersion(profile->version) : -1;
     m_versionCombo->setCurrentIndex(qMax(index, 0));
 
     m_pages->setCurrentIndex(pages::ProfileEditor);
     m_nameField->setFocus();
 }
 
+// One that stands too far down the manifest to be listed is offered at the end.
+int MainWindow::indexOfVersion(const QString& id)
+{
+    const int index = m_versionCombo->findData(id);
+    if (index >= 0)
+        return index;
+    const auto& versions = m_versions->versions();
+    const auto version = std::ranges::find(versions, id, &GameVersion::id);
+    if (version == versions.cend())
+        return -1;
+    foreign_text::addEntry(m_versionCombo, versionText(*version), id);
+    return m_versionCombo->count() - 1;
+}
+
 void MainWindow::saveProfile()
 {
-    const LaunchProfile profile{m_nameField->text().trimmed(),
-                                m_versionCombo->currentData().toString(), m_xmsSpin->value(),
-                                m_xmxSpin->value(), m_extraArgsField->text().trimmed()};
+    const LaunchProfile profile{
+        foreign_text::valueOf(m_nameField).trimmed(), m_versionCombo->currentData().toString(),
+        m_xmsSpin->value(), m_xmxSpin->value(), foreign_text::valueOf(m_extraArgsField).trimmed()};
     ProfileManager& manager = ProfileManager::get();
     QString error;
     if (!manager.save(profile, m_previousName, &error)) {
-        m_errorLabel->setText(error);
+        foreign_text::show(m_errorLabel, error);
         m_errorLabel->show();
         return;
     }

@@ -1,4 +1,5 @@
 #include "ui/elided_label.h"
+#include "ui/foreign_text.h"
 #include "ui/main_window.h"
 #include "ui/pages.h"
 #include "versions/version_manager.h"
@@ -11,20 +12,6 @@
 #include <QVBoxLayout>
 
 namespace {
-
-// Wrapping at words costs the square of a word's length: a megabyte without a blank would freeze
-// the window for minutes.
-QTextOption::WrapMode wrapModeFor(const QString& text)
-{
-    constexpr qsizetype longestWord = 2000;
-    qsizetype length = 0;
-    for (const QChar c : text) {
-        length = c.isSpace() ? 0 : length + 1;
-        if (length > longestWord)
-            return QTextOption::WrapAnywhere;
-    }
-    return QTextOption::WrapAtWordBoundaryOrAnywhere;
-}
 
 // Who double-clicks a headline opens it with the first click; the second must not press the button
 // that stands there by then.
@@ -89,12 +76,14 @@ void MainWindow::populateNews()
         placeholder->setFlags(Qt::NoItemFlags);
         return;
     }
-    for (const NewsItem& news : m_versions->news()) {
+    for (const NewsItem& news :
+         m_versions->news().first(qMin(m_versions->news().size(), foreign_text::maxEntries))) {
         QString text = news.title;
         if (!news.date.isEmpty())
             text += u"   -   " + news.date;
-        auto* item = new QListWidgetItem(text, m_newsList);
+        auto* item = new QListWidgetItem;
         item->setToolTip(QStringLiteral("Click to read"));
+        foreign_text::addRow(m_newsList, item, text);
     }
 }
 
@@ -108,7 +97,6 @@ void MainWindow::openNews(const QListWidgetItem* item)
     m_newsTitle->showText(news.title);
     m_newsDate->showText(news.date);
     m_newsDate->setVisible(!news.date.isEmpty());
-    m_newsBody->setWordWrapMode(wrapModeFor(news.body));
-    m_newsBody->setPlainText(news.body);
+    foreign_text::showArticle(m_newsBody, news.body);
     m_pages->setCurrentIndex(pages::NewsReader);
 }

@@ -18,7 +18,8 @@ void MainWindow::onPlayClicked()
     if (id.isEmpty())
         return;
     // First, before anything can fail.
-    Settings::get().setLastVersion(id);
+    if (id.size() <= pages::maxRecordedChars)
+        Settings::get().setLastVersion(id);
 
     const QString javaPath = Settings::get().javaPath();
     const bool ownRuntime = javaPath.isEmpty() || javaPath == u"java";

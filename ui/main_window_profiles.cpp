@@ -1,4 +1,5 @@
 #include "profiles/profile_manager.h"
+#include "ui/foreign_text.h"
 #include "ui/main_window.h"
 #include "ui/pages.h"
 #include "versions/version_manager.h"
@@ -13,16 +14,12 @@
 
 void MainWindow::buildLaunchSelector(QWidget* bar)
 {
-    m_launchSelector = new QComboBox(bar);
-    m_launchSelector->setObjectName(QStringLiteral("launchSelector"));
+    m_launchSelector = pages::makeCombo(QStringLiteral("launchSelector"), bar);
     // Assistive technology calls a combo box by its current entry, and says what it is for only by
     // its label; the eye sees that it belongs to PLAY.
     auto* label = new QLabel(QStringLiteral("Profile or version to play"), bar);
     label->setBuddy(m_launchSelector);
     label->hide();
-    // A name of any length must not widen the window.
-    m_launchSelector->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    m_launchSelector->setMinimumContentsLength(20);
     connect(m_launchSelector, &QComboBox::currentIndexChanged, this,
             &MainWindow::onSelectionChanged);
 }
@@ -31,7 +28,7 @@ void MainWindow::buildLaunchSelector(QWidget* bar)
 void MainWindow::onSelectionChanged(int index)
 {
     const QString entry = m_launchSelector->itemData(index).toString();
-    if (!entry.isEmpty())
+    if (!entry.isEmpty() && entry.size() <= pages::maxRecordedChars)
         ProfileManager::get().setActiveProfile(entry);
 }
 
@@ -46,7 +43,7 @@ void MainWindow::buildProfileListPage()
     auto* page = new QWidget(this);
     auto* layout = pages::makeLayout(page);
     const auto addButton = [page](QHBoxLayout* row, const QString& text, const QString& name) {
-        auto* button = new QPushButton(text, page);
+        auto* button = new QPushButton(text, page); // own words
         button->setObjectName(name);
         row->addWidget(button);
         return button;
@@ -126,6 +123,12 @@ void MainWindow::deleteCurrentProfile()
     populateProfiles();
 }
 
+QList<GameVersion> MainWindow::listedVersions() const
+{
+    const QList<GameVersion>& all = m_versions->versions();
+    return all.first(qMin(all.size(), foreign_text::maxEntries));
+}
+
 QString MainWindow::versionText(const GameVersion& version) const
 {
     if (!m_versions->isInstalled(version.id))
@@ -142,11 +145,12 @@ void MainWindow::populateProfiles()
     ProfileManager& manager = ProfileManager::get();
     m_launchSelector->clear();
     for (const LaunchProfile& p : manager.profiles())
-        m_launchSelector->addItem(p.name + u"  (" + p.version + u')', p.name);
+        foreign_text::addEntry(m_launchSelector, p.name + u"  (" + p.version + u')', p.name);
     if (m_launchSelector->count() > 0)
         m_launchSelector->insertSeparator(m_launchSelector->count());
-    for (const GameVersion& version : m_versions->versions())
-        m_launchSelector->addItem(versionText(version), QString(pages::versionPrefix + version.id));
+    for (const GameVersion& version : listedVersions())
+        foreign_text::addEntry(m_launchSelector, versionText(version),
+                               QString(pages::versionPrefix + version.id));
 
     const QString active = manager.activeProfile();
     if (!active.isEmpty()) {
@@ -163,7 +167,8 @@ void MainWindow::populateProfiles()
         QString text = p.name + u"  -  " + p.version + u"  Xmx " + QString::number(p.xmx) + u" MB";
         if (!p.extraJvmArgs.isEmpty())
             text += u"  " + p.extraJvmArgs;
-        auto* item = new QListWidgetItem(text, m_profileList);
+        auto* item = new QListWidgetItem;
         item->setData(Qt::UserRole, p.name);
+        foreign_text::addRow(m_profileList, item, text);
     }
 }

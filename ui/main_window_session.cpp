@@ -2,6 +2,7 @@
 #include "services/account_session.h"
 #include "services/auth_client.h"
 #include "ui/elided_label.h"
+#include "ui/foreign_text.h"
 #include "ui/main_window.h"
 #include "ui/nav_button.h"
 #include "ui/pages.h"
@@ -24,7 +25,7 @@ void MainWindow::buildSidebar()
     column->setSpacing(4);
 
     const auto addButton = [this, column](const QString& text) {
-        auto* button = new NavButton(text, m_sidebar);
+        auto* button = new NavButton(text, m_sidebar); // own words
         column->addWidget(button);
         return button;
     };
@@ -162,8 +163,8 @@ void MainWindow::updateAuthUi()
                                                            m_profileButton, m_playButton})
         widget->setVisible(signedIn);
     if (signedIn) {
-        const QString name = Settings::get().authUsername().toHtmlEscaped();
-        m_authLabel->setText(u"Playing as <b>" + name + u"</b>");
+        foreign_text::showName(m_authLabel, QStringLiteral("Playing as <b>%1</b>"),
+                               Settings::get().authUsername());
         m_passwordField->clear();
     }
     // Ends a sign-in's busy state and keeps its message.

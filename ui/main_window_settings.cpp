@@ -1,5 +1,6 @@
 #include "app/settings.h"
 #include "ui/elided_label.h"
+#include "ui/foreign_text.h"
 #include "ui/main_window.h"
 #include "ui/pages.h"
 #include "versions/version_manager.h"
@@ -26,9 +27,10 @@ void MainWindow::buildSettingsPage()
     layout->addLayout(form);
     const auto addRow = [this, form](const QString& label, const QString& name,
                                      const QString& stored) {
-        auto* field = new QLineEdit(stored, m_settingsPage);
+        auto* field = new QLineEdit(m_settingsPage);
+        foreign_text::fill(field, stored);
         field->setObjectName(name);
-        form->addRow(label, field);
+        form->addRow(label, field); // own words
         return field;
     };
     const Settings& settings = Settings::get();
@@ -61,10 +63,10 @@ void MainWindow::buildSettingsPage()
 void MainWindow::saveSettings()
 {
     Settings& settings = Settings::get();
-    settings.setManifestUrl(m_manifestUrlField->text().trimmed());
-    settings.setServerUrl(m_serverUrlField->text().trimmed());
-    settings.setJavaPath(m_javaPathField->text().trimmed());
-    settings.setGameDir(m_gameDirField->text().trimmed());
+    settings.setManifestUrl(foreign_text::valueOf(m_manifestUrlField).trimmed());
+    settings.setServerUrl(foreign_text::valueOf(m_serverUrlField).trimmed());
+    settings.setJavaPath(foreign_text::valueOf(m_javaPathField).trimmed());
+    settings.setGameDir(foreign_text::valueOf(m_gameDirField).trimmed());
     // A new manifest address takes effect at once; the answer replaces the status below.
     m_versions->refreshManifest();
     m_pages->setCurrentIndex(pages::NewsList);

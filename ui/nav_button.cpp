@@ -54,7 +54,7 @@ QAccessibleInterface* makeAccessible(const QString&, QObject* object)
 NavButton::NavButton(const QString& text, QWidget* parent) : QToolButton(parent)
 {
     setObjectName(QStringLiteral("navButton"));
-    setText(text);
+    setText(text); // own words
     setCheckable(true);
     setToolButtonStyle(Qt::ToolButtonTextOnly);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);

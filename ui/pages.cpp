@@ -1,7 +1,10 @@
 #include "ui/pages.h"
 
+#include <QComboBox>
 #include <QLabel>
+#include <QListView>
 #include <QListWidget>
+#include <QStyledItemDelegate>
 #include <QVBoxLayout>
 
 namespace pages {
@@ -21,11 +24,28 @@ void makeHeader(QLabel* label, int points)
                              .arg(points));
 }
 
+namespace {
+
+// A row asks for no width, so that a long text is shortened rather than scrolled.
+class RowDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override
+    {
+        return {0, QStyledItemDelegate::sizeHint(option, index).height()};
+    }
+};
+
+} // namespace
+
 QListWidget* makeList(const QString& objectName, const QString& accessibleName, QWidget* page)
 {
     auto* list = new QListWidget(page);
     list->setObjectName(objectName);
-    list->setAccessibleName(accessibleName);
+    list->setAccessibleName(accessibleName); // own words
+    list->setItemDelegate(new RowDelegate(list));
+    list->setUniformItemSizes(true); // thousands of rows are not measured one by one
     const auto selectCurrent = [list] {
         if (QListWidgetItem* current = list->currentItem())
             current->setSelected(true);
@@ -33,6 +53,16 @@ QListWidget* makeList(const QString& objectName, const QString& accessibleName, 
     QObject::connect(list, &QListWidget::currentItemChanged, list, selectCurrent);
     QObject::connect(list, &QListWidget::itemSelectionChanged, list, selectCurrent);
     return list;
+}
+
+QComboBox* makeCombo(const QString& objectName, QWidget* page)
+{
+    auto* combo = new QComboBox(page);
+    combo->setObjectName(objectName);
+    combo->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    combo->setMinimumContentsLength(20);
+    qobject_cast<QListView*>(combo->view())->setUniformItemSizes(true);
+    return combo;
 }
 
 } // namespace pages

@@ -3,6 +3,7 @@
 #include <QString>
 #include <QStringView>
 
+class QComboBox;
 class QLabel;
 class QListWidget;
 class QVBoxLayout;
@@ -17,6 +18,10 @@ enum Index { NewsList, NewsReader, ProfileList, ProfileEditor, Account, Settings
 // Marks the launch selector's entries that are bare versions; a profile's entry holds its name.
 inline constexpr QStringView versionPrefix = u"version:";
 
+// A longer id or name is that of no file. Such an entry is offered, but not recorded in the
+// settings: megabytes there would hold up the window at every later write of any setting.
+inline constexpr qsizetype maxRecordedChars = 65'536;
+
 // A page's own layout, with the margins that every page has.
 QVBoxLayout* makeLayout(QWidget* page);
 
@@ -27,5 +32,8 @@ void makeHeader(QLabel* label, int points);
 // A list whose current item is always the selected one, so that keyboard and eye agree on which
 // item a button acts upon.
 QListWidget* makeList(const QString& objectName, const QString& accessibleName, QWidget* page);
+
+// A selector of any number of entries, whose names of any length do not widen the window.
+QComboBox* makeCombo(const QString& objectName, QWidget* page);
 
 } // namespace pages

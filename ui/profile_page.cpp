@@ -5,6 +5,7 @@
 #include "preview/skin_preview_3d.h"
 #include "services/account_session.h"
 #include "services/auth_client.h"
+#include "ui/foreign_text.h"
 
 #include <QFrame>
 #include <QHBoxLayout>
@@ -23,7 +24,7 @@ namespace {
 // Plain text and as narrow as need be: what it shows may come from a server.
 QLabel* hintLabel(const QString& text, QWidget* parent)
 {
-    auto* label = new QLabel(text, parent);
+    auto* label = new QLabel(text, parent); // own words
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
     label->setMinimumWidth(1);
@@ -40,7 +41,7 @@ QFrame* makeCard(const QString& title, QVBoxLayout** bodyLayout, QWidget* parent
                                        "#2c3a5e; border-radius:10px; }"));
     auto* layout = new QVBoxLayout(card);
     layout->setContentsMargins(16, 12, 16, 16);
-    auto* heading = new QLabel(title, card);
+    auto* heading = new QLabel(title, card); // own words
     heading->setStyleSheet(QStringLiteral("font-size:15px; font-weight:600; color:#e8ecf4; "
                                           "border:none; background:transparent;"));
     layout->addWidget(heading);
@@ -198,7 +199,7 @@ void ProfilePage::buildAppearanceCard(QVBoxLayout* page)
     body->addLayout(row);
 
     const auto addButton = [&](const QString& text, void (ProfilePage::*slot)()) {
-        auto* button = new QPushButton(text, card);
+        auto* button = new QPushButton(text, card); // own words
         connect(button, &QPushButton::clicked, this, slot);
         column->addWidget(button);
     };
@@ -275,8 +276,8 @@ void ProfilePage::takeSession(const QString& username, const QString& uuid, cons
     m_uuid = uuid;
     m_token = token;
     m_auth->session()->follow(token);
-    m_username->setText(username);
-    m_uuidLabel->setText(QStringLiteral("UUID: ") + uuid);
+    foreign_text::fill(m_username, username);
+    foreign_text::show(m_uuidLabel, QStringLiteral("UUID: ") + uuid);
     refreshAppearance();
 }
 

@@ -5,6 +5,7 @@
 #include "services/auth_client.h"
 #include "services/http.h"
 #include "services/upload_body.h"
+#include "ui/foreign_text.h"
 
 #include <QFileDialog>
 #include <QJsonArray>
@@ -25,14 +26,6 @@ namespace {
 constexpr qint64 maxSkinBytes = 1024 * 1024;
 constexpr qint64 maxModelBytes = 16 * 1024 * 1024; // parsed on the GUI thread
 constexpr auto uploading = "Uploading..."_L1;
-
-// A server may send a text of any length; nobody reads more than this, and laying it out takes
-// time.
-void showMessage(QLabel* status, const QString& message)
-{
-    constexpr qsizetype maxChars = 1000;
-    status->setText(message.left(maxChars));
-}
 
 QString uploadErrorText(const http::Answer& upload)
 {
@@ -101,8 +94,8 @@ void ProfilePage::onModelAnswer(const http::Answer& answer)
         showModel(answer.body);
         const QJsonArray elements =
             QJsonDocument::fromJson(answer.body).object()[u"elements"].toArray();
-        m_modelStatus->setText(
-            QStringLiteral("Custom model active (%1 cubes).").arg(elements.size()));
+        foreign_text::show(m_modelStatus,
+                           QStringLiteral("Custom model active (%1 cubes).").arg(elements.size()));
     }
 }
 
@@ -136,7 +129,7 @@ void ProfilePage::onRenameClicked()
 void ProfilePage::onRenameAnswer(const http::Answer& answer, const QString& name)
 {
     if (!answer.error.isEmpty()) {
-        showMessage(m_renameStatus, http::accountErrorText(answer));
+        foreign_text::show(m_renameStatus, http::accountErrorText(answer));
         return;
     }
     m_renameStatus->setText(QStringLiteral("Username updated."));
@@ -202,7 +195,7 @@ void ProfilePage::onUploadAnswer(const http::Answer& answer, bool isSkin)
 {
     QLabel* status = isSkin ? m_skinStatus : m_modelStatus;
     if (!answer.error.isEmpty()) {
-        showMessage(status, uploadErrorText(answer));
+        foreign_text::show(status, uploadErrorText(answer));
         return;
     }
     status->setText(isSkin ? QStringLiteral("Skin uploaded.") : QStringLiteral("Model uploaded."));
