@@ -6,6 +6,7 @@
 #include "services/update_manager.h"
 #include "ui/banner_widget.h"
 #include "ui/elided_label.h"
+#include "ui/focus_reveal.h"
 #include "ui/foreign_text.h"
 #include "ui/pages.h"
 #include "ui/profile_page.h"
@@ -69,6 +70,7 @@ void MainWindow::buildUi()
     middle->setContentsMargins(0, 0, 0, 0);
     middle->setSpacing(0);
     rows->addWidget(new ShortScreenArea(middleRow, central), 1);
+    focus_reveal::watch(middleRow);
     buildSidebar();
     middle->addWidget(m_sidebar);
     m_pages = new QStackedWidget(this);
@@ -160,22 +162,6 @@ void MainWindow::setBusy(bool busy, const QString& text)
     enablePlay(!busy);
     m_progressBar->setVisible(busy);
     m_statusLabel->showText(text);
-}
-
-// Whoever plays by the keyboard would be sent to the first button of the window. The keyboard waits
-// next to PLAY instead, and unless it is moved from there it comes back.
-void MainWindow::enablePlay(bool enabled)
-{
-    if (!enabled && m_playButton == focusWidget()) {
-        m_launchSelector->setFocus();
-        m_playAwaitsFocus = true;
-    }
-    m_playButton->setEnabled(enabled);
-    if (enabled && m_playAwaitsFocus) {
-        m_playAwaitsFocus = false;
-        if (m_launchSelector == focusWidget())
-            m_playButton->setFocus();
-    }
 }
 
 void MainWindow::appendConsole(const QString& line)

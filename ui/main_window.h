@@ -38,6 +38,8 @@ public:
 
 protected:
     void showEvent(QShowEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    bool focusNextPrevChild(bool next) override;
 
 private Q_SLOTS:
     void onPlayClicked();
@@ -53,8 +55,11 @@ private:
     void buildProfilePage();
     void syncNavButtons(QWidget* page);
     void setBusy(bool busy, const QString& text);
-    void enablePlay(bool enabled);
     void appendConsole(const QString& line);
+
+    // Keyboard
+    void enablePlay(bool enabled);
+    void placeKeyboard(const QWidget* before, bool signedIn);
 
     // What the services report
     void connectAuthClient();

@@ -1,6 +1,7 @@
 #include "profiles/profile_manager.h"
 #include "ui/foreign_text.h"
 #include "ui/main_window.h"
+#include "ui/page_keys.h"
 #include "ui/pages.h"
 #include "versions/version_manager.h"
 
@@ -61,6 +62,8 @@ void MainWindow::buildProfileEditorPage()
     connect(cancel, &QPushButton::clicked, this,
             [this] { m_pages->setCurrentIndex(pages::ProfileList); });
     buttons->addWidget(cancel);
+    new PageKeys(
+        page, [this] { saveProfile(); }, [this] { m_pages->setCurrentIndex(pages::ProfileList); });
     m_pages->addWidget(page);
 }
 

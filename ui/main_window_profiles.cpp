@@ -1,6 +1,7 @@
 #include "profiles/profile_manager.h"
 #include "ui/foreign_text.h"
 #include "ui/main_window.h"
+#include "ui/page_keys.h"
 #include "ui/pages.h"
 #include "versions/version_manager.h"
 
@@ -20,6 +21,7 @@ void MainWindow::buildLaunchSelector(QWidget* bar)
     auto* label = new QLabel(QStringLiteral("Profile or version to play"), bar);
     label->setBuddy(m_launchSelector);
     label->hide();
+    m_launchSelector->installEventFilter(this);
     connect(m_launchSelector, &QComboBox::currentIndexChanged, this,
             &MainWindow::onSelectionChanged);
 }
@@ -89,6 +91,7 @@ void MainWindow::buildProfileListPage()
     hint->setObjectName(QStringLiteral("status"));
     hint->setWordWrap(true);
     layout->addWidget(hint);
+    new PageKeys(page, [this] { editProfile(m_profileList->currentItem()); });
     m_pages->addWidget(page);
 }
 

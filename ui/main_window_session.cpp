@@ -5,6 +5,7 @@
 #include "ui/foreign_text.h"
 #include "ui/main_window.h"
 #include "ui/nav_button.h"
+#include "ui/page_keys.h"
 #include "ui/pages.h"
 
 #include <QHBoxLayout>
@@ -66,6 +67,7 @@ void MainWindow::buildSignInForm(QVBoxLayout* column)
     m_passwordField->setAccessibleName(QStringLiteral("Password"));
     m_passwordField->setPlaceholderText(QStringLiteral("Password"));
     m_passwordField->setEchoMode(QLineEdit::Password);
+    PageKeys::takeReturnOnce(m_passwordField);
     connect(m_passwordField, &QLineEdit::returnPressed, this, &MainWindow::onLoginClicked);
     column->addWidget(m_passwordField);
 
@@ -155,6 +157,7 @@ void MainWindow::updateAuthUi()
 {
     const QString token = Settings::get().authToken();
     const bool signedIn = !token.isEmpty();
+    const QWidget* keyboard = focusWidget();
     m_auth->session()->follow(token);
     for (QWidget* widget : std::initializer_list<QWidget*>{m_usernameField, m_passwordField,
                                                            m_loginButton, m_registerButton})
@@ -169,4 +172,5 @@ void MainWindow::updateAuthUi()
     }
     // Ends a sign-in's busy state and keeps its message.
     setBusy(false, m_statusLabel->text());
+    placeKeyboard(keyboard, signedIn);
 }

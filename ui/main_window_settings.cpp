@@ -2,6 +2,7 @@
 #include "ui/elided_label.h"
 #include "ui/foreign_text.h"
 #include "ui/main_window.h"
+#include "ui/page_keys.h"
 #include "ui/pages.h"
 #include "versions/version_manager.h"
 
@@ -56,6 +57,9 @@ void MainWindow::buildSettingsPage()
     connect(cancel, &QPushButton::clicked, this,
             [this] { m_pages->setCurrentIndex(pages::NewsList); });
     buttons->addWidget(cancel);
+    new PageKeys(
+        m_settingsPage, [this] { saveSettings(); },
+        [this] { m_pages->setCurrentIndex(pages::NewsList); });
     m_pages->addWidget(m_settingsPage);
 }
 

@@ -1,5 +1,7 @@
 #include "ui/pages.h"
 
+#include "ui/page_keys.h"
+
 #include <QComboBox>
 #include <QLabel>
 #include <QListView>
@@ -46,6 +48,7 @@ QListWidget* makeList(const QString& objectName, const QString& accessibleName, 
     list->setAccessibleName(accessibleName); // own words
     list->setItemDelegate(new RowDelegate(list));
     list->setUniformItemSizes(true); // thousands of rows are not measured one by one
+    PageKeys::takeReturnOnce(list);
     const auto selectCurrent = [list] {
         if (QListWidgetItem* current = list->currentItem())
             current->setSelected(true);

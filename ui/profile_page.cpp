@@ -5,6 +5,7 @@
 #include "preview/skin_preview_3d.h"
 #include "services/account_session.h"
 #include "services/auth_client.h"
+#include "ui/focus_reveal.h"
 #include "ui/foreign_text.h"
 
 #include <QFrame>
@@ -127,6 +128,7 @@ ProfilePage::ProfilePage(AuthClient* auth, QWidget* parent)
 void ProfilePage::buildUi()
 {
     QWidget* content = makeScrolledContent(this);
+    focus_reveal::watch(content);
     auto* page = new QVBoxLayout(content);
     page->setContentsMargins(24, 20, 24, 20);
     buildHeader(page);
