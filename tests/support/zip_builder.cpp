@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr quint16 deflated = 8;
 constexpr quint16 utf8Names = 1 << 11;
+constexpr quint16 sizesFollow = 1 << 3;
 constexpr quint16 madeOnUnix = 3 << 8 | 20;
 constexpr quint16 readableBy = 20;
 
@@ -35,21 +35,60 @@ QByteArray deflate(const QByteArray& content)
 void ZipBuilder::add(const QByteArray& name, const QByteArray& content, unsigned typeAndMode,
                      Names names)
 {
-    const QByteArray packed = deflate(content);
-    auto checksum = static_cast<quint32>(crc32(
-        0, reinterpret_cast<const Bytef*>(content.constData()), static_cast<uInt>(content.size())));
+    const quint16 flags = names == Names::Utf8 ? utf8Names : 0;
+    raw({.name = name, .content = content, .typeAndMode = typeAndMode, .flags = flags});
+}
+
+ZipBuilder& ZipBuilder::raw(const Raw& entry)
+{
+    const QByteArray packed = entry.method == 0 ? entry.content : deflate(entry.content);
+    auto checksum =
+        static_cast<quint32>(crc32(0, reinterpret_cast<const Bytef*>(entry.content.constData()),
+                                   static_cast<uInt>(entry.content.size())));
     if (m_wrongChecksums)
         checksum = ~checksum;
-    const quint16 flags = names == Names::Utf8 ? utf8Names : 0;
-    // Version, flags, method, time, date, checksum, sizes, lengths: the same in both places.
-    const QByteArray common = u16(readableBy) + u16(flags) + u16(deflated) + u16(0) + u16(0x5a21) +
-                              u32(checksum) + u32(static_cast<quint32>(packed.size())) +
-                              u32(static_cast<quint32>(content.size())) +
-                              u16(static_cast<quint32>(name.size())) + u16(0);
-    m_directory += "PK\x01\x02" + u16(madeOnUnix) + common + u16(0) + u16(0) + u16(0) +
-                   u32(typeAndMode << 16) + u32(static_cast<quint32>(m_entries.size())) + name;
-    m_entries += "PK\x03\x04" + common + name + packed;
+    const quint32 size = entry.size.value_or(static_cast<quint32>(entry.content.size()));
+    const quint32 packedSize = entry.packedSize.value_or(static_cast<quint32>(packed.size()));
+    const quint16 flags = entry.flags | (entry.sizesFollow ? sizesFollow : 0);
+    QByteArray sizes = u32(packedSize) + u32(size);
+    QByteArray extra;
+    if (entry.sizesAre64Bit) {
+        sizes = u32(~0U) + u32(~0U);
+        extra = u16(1) + u16(16) + u32(size) + u32(0) + u32(packedSize) + u32(0);
+    }
+    const auto lengths = [&extra](const QByteArray& name) -> QByteArray {
+        return u16(static_cast<quint32>(name.size())) + u16(static_cast<quint32>(extra.size()));
+    };
+    // Version, flags, method, time, date: the same in both places.
+    const QByteArray common =
+        u16(readableBy) + u16(flags) + u16(entry.method) + u16(0) + u16(0x5a21);
+    const QByteArray localName = entry.localName.isEmpty() ? entry.name : entry.localName;
+    const quint32 offset = entry.at.value_or(static_cast<quint32>(m_entries.size()));
+    m_directory += "PK\x01\x02" + u16(madeOnUnix) + common + u32(checksum) + sizes +
+                   lengths(entry.name) + u16(0) + u16(0) + u16(0) + u32(entry.typeAndMode << 16) +
+                   u32(offset) + entry.name + extra;
     ++m_count;
+    if (entry.at)
+        return *this;
+    // Then the checksum and the sizes are not known yet.
+    const QByteArray front =
+        entry.sizesFollow ? QByteArray(12, '\0') : QByteArray(u32(checksum) + sizes);
+    m_entries += "PK\x03\x04" + common + front + lengths(localName) + localName + extra + packed;
+    if (entry.sizesFollow)
+        m_entries += "PK\x07\x08" + u32(checksum) + u32(packedSize) + u32(size);
+    return *this;
+}
+
+ZipBuilder& ZipBuilder::comment(const QByteArray& text)
+{
+    m_comment = text;
+    return *this;
+}
+
+ZipBuilder& ZipBuilder::with64BitEnd()
+{
+    m_64BitEnd = true;
+    return *this;
 }
 
 ZipBuilder& ZipBuilder::file(const QByteArray& name, const QByteArray& content, unsigned mode,
@@ -85,9 +124,20 @@ ZipBuilder& ZipBuilder::withWrongChecksums()
 
 QByteArray ZipBuilder::bytes() const
 {
-    return m_entries + m_directory + "PK\x05\x06" + u32(0) + u16(m_count) + u16(m_count) +
-           u32(static_cast<quint32>(m_directory.size())) +
-           u32(static_cast<quint32>(m_entries.size())) + u16(0);
+    const auto directoryBytes = static_cast<quint32>(m_directory.size());
+    const auto start = static_cast<quint32>(m_entries.size());
+    QByteArray end;
+    if (m_64BitEnd) {
+        end = "PK\x06\x06" + u32(44) + u32(0) + u16(madeOnUnix) + u16(45) + u32(0) + u32(0) +
+              u32(m_count) + u32(0) + u32(m_count) + u32(0) + u32(directoryBytes) + u32(0) +
+              u32(start) + u32(0);
+        end += "PK\x06\x07" + u32(0) + u32(start + directoryBytes) + u32(0) + u32(1);
+    }
+    const auto shown = [this](quint32 value) { return m_64BitEnd ? ~0U : value; };
+    end += "PK\x05\x06" + u32(0) + u16(shown(m_count)) + u16(shown(m_count)) +
+           u32(shown(directoryBytes)) + u32(shown(start)) +
+           u16(static_cast<quint32>(m_comment.size())) + m_comment;
+    return m_entries + m_directory + end;
 }
 
 bool ZipBuilder::write(const QString& path) const
