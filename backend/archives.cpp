@@ -1,6 +1,6 @@
 #include "backend/archives.h"
 
-#include "backend/archive_walk.h"
+#include "archive/archive_reader.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -20,17 +20,17 @@ namespace {
 class RuntimeLayout
 {
 public:
-    void see(const ArchiveWalk& walk)
+    void see(const ArchiveReader& reader)
     {
-        const QByteArray& name = walk.name();
-        if (!name.isEmpty())
-            m_top.insert(name.left(name.indexOf('/')));
-        if (name.endsWith("/bin/java") && name.count('/') == 2)
-            m_java = walk.isExecutable();
+        const QByteArrayList& steps = reader.steps();
+        m_top.insert(steps.first());
+        m_topIsDirectory = m_topIsDirectory && (steps.size() > 1 || isDirectory(reader));
+        if (steps.mid(1) == QByteArrayList{"bin", "java"})
+            m_java = reader.kind() == ArchiveReader::Kind::File && (reader.mode() & 0111) != 0;
     }
     QString fault() const
     {
-        if (m_top.size() != 1 || !m_top.begin()->startsWith("jdk"))
+        if (m_top.size() != 1 || !m_top.begin()->startsWith("jdk") || !m_topIsDirectory)
             return u"must hold one directory at its top, named like \"jdk-11.0.25+9-jre\""_s;
         if (!m_java)
             return u"holds no executable file bin/java in its directory"_s;
@@ -38,7 +38,13 @@ public:
     }
 
 private:
+    static bool isDirectory(const ArchiveReader& reader)
+    {
+        return reader.kind() == ArchiveReader::Kind::Directory;
+    }
+
     QSet<QByteArray> m_top;
+    bool m_topIsDirectory = true;
     bool m_java = false;
 };
 
@@ -75,12 +81,10 @@ private:
 };
 
 // ZIP knows no hard links; a relative symbolic link says the same.
-void makeSymbolic(archive_entry* entry, const QByteArray& name)
+void makeSymbolic(archive_entry* entry, const ArchiveReader& reader)
 {
-    QByteArray target = archive_entry_hardlink(entry);
-    while (target.startsWith("./"))
-        target.remove(0, 2);
-    for (qsizetype i = name.count('/'); i > 0; --i)
+    QByteArray target = reader.target();
+    for (qsizetype i = reader.steps().size() - 1; i > 0; --i)
         target.prepend("../");
     archive_entry_set_hardlink(entry, nullptr);
     archive_entry_set_filetype(entry, AE_IFLNK);
@@ -88,33 +92,89 @@ void makeSymbolic(archive_entry* entry, const QByteArray& name)
     archive_entry_set_size(entry, 0);
 }
 
-bool copyEntry(ArchiveWalk& walk, ZipWriter& zip)
+bool copyEntry(ArchiveReader& reader, ZipWriter& zip)
 {
-    if (walk.name().isEmpty())
-        return true;
-    archive_entry* entry = walk.entry();
-    const QByteArray name = walk.name();
-    archive_entry_set_pathname(entry, name.constData());
-    if (archive_entry_hardlink(entry))
-        makeSymbolic(entry, name);
+    archive_entry* entry = reader.entry();
+    archive_entry_set_pathname(entry, reader.name().constData());
+    if (reader.isHardLink())
+        makeSymbolic(entry, reader);
     zip.begin(entry);
-    return walk.read([&zip](const void* data, size_t size) {
-        zip.add(data, size);
-        return true;
-    });
+    auto data = reader.block();
+    while (data && !data->isEmpty()) {
+        zip.add(data->data(), static_cast<size_t>(data->size()));
+        data = reader.block();
+    }
+    return data.has_value();
 }
 
-Outcome<Done> checkHolds(const QString& path, const QByteArray& wanted, const QString& otherwise)
+Refusal refusal(const QString& path, const QString& why)
 {
-    ArchiveWalk walk(path, ArchiveWalk::Kind::Zip);
+    return {400, QString(QFileInfo(path).fileName() + u": "_s + why)};
+}
+
+// The fault of an archive that was read to its end, or to a fault.
+QString faultOf(const ArchiveReader& reader)
+{
+    if (!reader.fault().isEmpty())
+        return reader.fault();
+    return reader.hasEntries() ? QString() : u"is empty"_s;
+}
+
+Outcome<Done> checkHolds(const QString& path, const ArchiveLimits& limits, const QByteArray& wanted,
+                         const QString& otherwise)
+{
+    ArchiveReader reader(ArchiveSource::file(path), ArchiveReader::Format::Zip, limits);
     bool found = false;
-    while (walk.next() && walk.skim())
-        found = found || walk.name().compare(wanted, Qt::CaseInsensitive) == 0;
-    if (!walk.fault() && !found)
-        walk.fail(otherwise);
-    if (walk.fault())
-        return *walk.fault();
+    // The launcher takes the last one of that name, and none that is empty.
+    while (reader.next() && reader.skim()) {
+        if (reader.kind() == ArchiveReader::Kind::File &&
+            reader.name().compare(wanted, Qt::CaseInsensitive) == 0)
+            found = reader.entryBytes() > 0;
+    }
+    if (const QString fault = faultOf(reader); !fault.isEmpty())
+        return refusal(path, fault);
+    if (!found)
+        return refusal(path, otherwise);
     return Done();
+}
+
+// Reads the archive to its end; with a writer, every entry goes there as well.
+QString readRuntime(ArchiveReader& reader, ZipWriter* zip, const archives::Progress& progress,
+                    qint64 total)
+{
+    RuntimeLayout layout;
+    while (reader.next()) {
+        layout.see(reader);
+        if (!(zip ? copyEntry(reader, *zip) : reader.skim()))
+            break;
+        if (progress)
+            progress(std::min(reader.bytesRead(), total), total);
+    }
+    const QString fault = faultOf(reader);
+    return fault.isEmpty() ? layout.fault() : fault;
+}
+
+// By the launcher's own rules for what it downloads.
+QString faultOfRuntimeZip(const QString& path, const archives::Progress& progress)
+{
+    ArchiveReader reader(ArchiveSource::file(path), ArchiveReader::Format::Zip,
+                         archive_limits::runtime);
+    return readRuntime(reader, nullptr, progress, QFileInfo(path).size());
+}
+
+QString repack(const QString& path, const QString& zipPath, const archives::Progress& progress)
+{
+    const Utf8Locale locale;
+    const Utf8Locale::Scope scope(locale);
+    ArchiveReader reader(ArchiveSource::file(path), ArchiveReader::Format::TarGz,
+                         archive_limits::runtime);
+    if (!reader.fault().isEmpty())
+        return reader.fault();
+    ZipWriter zip(zipPath);
+    QString fault = readRuntime(reader, &zip, progress, QFileInfo(path).size());
+    if (fault.isEmpty())
+        zip.close();
+    return fault;
 }
 
 } // namespace
@@ -123,39 +183,27 @@ namespace archives {
 
 Outcome<Done> checkJar(const QString& path)
 {
-    return checkHolds(path, "META-INF/MANIFEST.MF", u"is no jar: it has no META-INF/MANIFEST.MF"_s);
+    return checkHolds(path, archive_limits::jar, "META-INF/MANIFEST.MF",
+                      u"is no jar: it has no META-INF/MANIFEST.MF"_s);
 }
 
 Outcome<Done> checkLauncherArchive(const QString& path)
 {
-    return checkHolds(path, "TessellanLauncher.exe",
+    return checkHolds(path, archive_limits::launcher, "TessellanLauncher.exe",
                       u"holds no TessellanLauncher.exe at its top"_s);
 }
 
 Outcome<QString> runtimeAsZip(const QString& path, const QString& zipPath, const Progress& progress)
 {
-    const bool repack = !path.endsWith(".zip"_L1, Qt::CaseInsensitive);
-    ArchiveWalk walk(path, repack ? ArchiveWalk::Kind::TarGz : ArchiveWalk::Kind::Zip);
-    const qint64 total = QFileInfo(path).size();
-    std::unique_ptr<ZipWriter> zip;
-    if (repack && !walk.fault())
-        zip = std::make_unique<ZipWriter>(zipPath);
-
-    RuntimeLayout layout;
-    while (walk.next()) {
-        layout.see(walk);
-        if (!(zip ? copyEntry(walk, *zip) : walk.skim()))
-            break;
-        if (progress)
-            progress(std::min(walk.bytesRead(), total), total);
-    }
-    if (const QString why = layout.fault(); !walk.fault() && !why.isEmpty())
-        walk.fail(why);
-    if (walk.fault())
-        return *walk.fault();
-    if (zip)
-        zip->close();
-    return repack ? zipPath : path;
+    const bool isZip = path.endsWith(".zip"_L1, Qt::CaseInsensitive);
+    QString fault = isZip ? faultOfRuntimeZip(path, progress) : repack(path, zipPath, progress);
+    // What became of a tape archive is held to the rules as well: a link may have another length,
+    // and the whole another ratio to what it unpacks to.
+    if (!isZip && fault.isEmpty())
+        fault = faultOfRuntimeZip(zipPath, {});
+    if (!fault.isEmpty())
+        return refusal(path, fault);
+    return isZip ? path : zipPath;
 }
 
 } // namespace archives

@@ -55,8 +55,8 @@ void removeOldRuntime(const QString& path)
 QString unpackRuntime(const QString& zipPath, const QString& basePath,
                       const std::atomic<bool>& cancelled)
 {
-    const auto topLevel =
-        zip::extract(zipPath, basePath, [&cancelled] { return cancelled.load(); });
+    const auto topLevel = zip::extract(ArchiveSource::file(zipPath), basePath,
+                                       [&cancelled] { return cancelled.load(); });
     QFile::remove(zipPath);
     if (!topLevel)
         return QStringLiteral("Could not extract Java runtime");

@@ -6,6 +6,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QStringList>
@@ -16,6 +17,9 @@
 #include <unistd.h>
 
 namespace {
+
+// How long a turn of the event loop unpacks: half of what a picture of the banner may take.
+constexpr qint64 unpackingMs = 8;
 
 // The paths are not escaped: one that holds a single quote breaks the script before it has moved
 // anything.
@@ -115,14 +119,29 @@ void UpdateStaging::stageAndRestart(const QByteArray& exe)
     });
 }
 
-void UpdateStaging::stageZipAndRestart(const QByteArray& zip)
+void UpdateStaging::stageZipAndRestart(const QByteArray& archive)
 {
-    const auto exe = zip::extractAllBut(QStringLiteral("TessellanLauncher.exe"), zip,
-                                        QCoreApplication::applicationDirPath());
-    if (!exe)
-        Q_EMIT failed();
-    else
+    m_unpacking = std::make_unique<zip::UnpackingOver>(
+        QStringLiteral("TessellanLauncher.exe"), archive, QCoreApplication::applicationDirPath());
+    runInSlices(this, [this] { return unpackSome(); });
+}
+
+bool UpdateStaging::unpackSome()
+{
+    QElapsedTimer timer;
+    timer.start();
+    auto state = m_unpacking->step();
+    while (state == zip::UnpackingOver::State::Working && !timer.hasExpired(unpackingMs))
+        state = m_unpacking->step();
+    if (state == zip::UnpackingOver::State::Working)
+        return true;
+    const auto exe = m_unpacking->kept();
+    m_unpacking.reset();
+    if (exe)
         stageAndRestart(*exe);
+    else
+        Q_EMIT failed();
+    return false;
 }
 
 void UpdateStaging::swapAndRestart()

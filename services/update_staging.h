@@ -7,12 +7,15 @@
 #include <memory>
 
 class StagedFile;
+namespace zip {
+class UnpackingOver;
+}
 
 // Puts a new executable beside the running one, as its path + ".new", and starts the script that
 // swaps the two once this process has ended. Internal to UpdateManager. Each call ends in exactly
 // one of restarting (the script waits) and failed (neither staged file nor script is left). The
-// staged file has its name only when it is whole. One call per object; GUI thread; writes in
-// slices, but unpacks an archive in one go.
+// staged file has its name only when it is whole. One call per object; GUI thread; unpacks and
+// writes in slices.
 class UpdateStaging : public QObject
 {
     Q_OBJECT
@@ -25,14 +28,16 @@ public:
     // Unpacks every entry over the launcher's directory but "TessellanLauncher.exe", which holds
     // the new executable whatever the running one is called. Files that were unpacked before a
     // failure stay.
-    void stageZipAndRestart(const QByteArray& zip);
+    void stageZipAndRestart(const QByteArray& archive);
 
 Q_SIGNALS:
     void restarting();
     void failed();
 
 private:
+    bool unpackSome();
     void swapAndRestart();
 
+    std::unique_ptr<zip::UnpackingOver> m_unpacking;
     std::unique_ptr<StagedFile> m_staged;
 };

@@ -1,273 +1,180 @@
 #include "services/zip.h"
 
-#include <QByteArrayList>
+#include "services/tree_removal.h"
+
 #include <QFile>
-#include <QFileInfo>
 #include <QSet>
 
-#include <archive.h>
-#include <archive_entry.h>
+#include <utility>
 
-#include <algorithm>
-#include <clocale>
-#include <cstdio>
-#include <memory>
-
-#include <unistd.h>
+using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr size_t readBlockBytes = 256 * 1024;
-constexpr qint64 maxUnpackedBytes = 4LL * 1024 * 1024 * 1024;
-// An archive that unpacks to more than a hundred times its size, and more than this, is a bomb.
-constexpr qint64 minBombBytes = 64LL * 1024 * 1024;
-constexpr qint64 maxExpansion = 100;
-constexpr int maxEntries = 100'000;
+using Kind = ArchiveReader::Kind;
 
-using Reader = std::unique_ptr<archive, decltype(&archive_read_free)>;
-using Writer = std::unique_ptr<archive, decltype(&archive_write_free)>;
+constexpr int ownerReadsAndWrites = 0600;
 
-// libarchive converts names through the thread's locale; in "C" every non-ASCII name would be lost.
-class Utf8Locale
+QByteArray workName()
+{
+    return archive_limits::launcherWorkName.toByteArray();
+}
+
+// Where the file or link that is being made stands until it is whole.
+QByteArrayList workSteps()
+{
+    return {workName(), "entry"};
+}
+
+bool copyData(ArchiveReader& reader, TreeWriter& writer)
+{
+    auto data = reader.block();
+    while (data && !data->isEmpty()) {
+        if (!writer.write(*data))
+            return false;
+        data = reader.block();
+    }
+    return data.has_value();
+}
+
+bool unpack(ArchiveReader& reader, TreeWriter& writer)
+{
+    switch (reader.kind()) {
+    case Kind::Directory:
+        return writer.makeDirectory(reader.steps(), reader.mode()) && reader.skim();
+    case Kind::Link:
+        return writer.makeLink(reader.steps(), reader.target()) && reader.skim();
+    case Kind::File:
+        break;
+    }
+    return writer.beginFile(reader.steps(), reader.mode()) && copyData(reader, writer) &&
+           writer.endFile();
+}
+
+// The place of each top-level entry is cleared when the archive first names it.
+class TopLevel
 {
 public:
-    Utf8Locale() : m_locale(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr))
+    explicit TopLevel(const QString& destination) : m_destination(QFile::encodeName(destination)) {}
+
+    bool clear(const QByteArray& name, const zip::Cancelled& cancelled)
     {
-        if (m_locale)
-            m_previous = uselocale(m_locale);
+        if (m_names.contains(name))
+            return true;
+        m_names.insert(name);
+        return removeTree(m_destination + '/' + name, cancelled);
     }
-    ~Utf8Locale()
+    QStringList names() const
     {
-        if (!m_locale)
-            return;
-        uselocale(m_previous);
-        freelocale(m_locale);
+        QStringList names;
+        for (const QByteArray& name : m_names)
+            names.append(QFile::decodeName(name));
+        return names;
     }
-    Q_DISABLE_COPY_MOVE(Utf8Locale)
 
 private:
-    locale_t m_locale;
-    locale_t m_previous = {};
+    QByteArray m_destination;
+    QSet<QByteArray> m_names;
 };
-
-// The steps of a stored name below the destination; nothing when the name is absolute or climbs.
-std::optional<QByteArrayList> stepsOf(const QByteArray& name)
-{
-    if (name.isEmpty() || name.startsWith('/'))
-        return {};
-    QByteArrayList steps;
-    for (const QByteArray& step : name.split('/')) {
-        if (step == "..")
-            return {};
-        if (!step.isEmpty() && step != ".")
-            steps.append(step);
-    }
-    return steps;
-}
-
-// A link may climb only at its start, where it stands in a real directory, and not out of the
-// destination; a later ".." could follow another link and end up anywhere.
-bool staysInside(const QByteArray& linkTarget, qsizetype depth)
-{
-    if (linkTarget.isEmpty() || linkTarget.startsWith('/'))
-        return false;
-    bool descended = false;
-    for (const QByteArray& step : linkTarget.split('/')) {
-        if (step.isEmpty() || step == ".")
-            continue;
-        if (step != "..")
-            descended = true;
-        else if (descended || --depth < 0)
-            return false;
-    }
-    return true;
-}
-
-Reader openForReading(const QString& path)
-{
-    Reader reader(archive_read_new(), &archive_read_free);
-    // By file name: through a callback libarchive cannot seek to the directory at the end, where
-    // modes and links are kept.
-    if (archive_read_support_format_zip_seekable(reader.get()) != ARCHIVE_OK ||
-        archive_read_open_filename(reader.get(), QFile::encodeName(path).constData(),
-                                   readBlockBytes) != ARCHIVE_OK)
-        reader.reset();
-    return reader;
-}
-
-Reader openForReading(const QByteArray& archive)
-{
-    Reader reader(archive_read_new(), &archive_read_free);
-    if (archive_read_support_format_zip_seekable(reader.get()) != ARCHIVE_OK ||
-        archive_read_open_memory(reader.get(), archive.constData(),
-                                 static_cast<size_t>(archive.size())) != ARCHIVE_OK)
-        reader.reset();
-    return reader;
-}
-
-Writer openForWriting()
-{
-    Writer writer(archive_write_disk_new(), &archive_write_free);
-    archive_write_disk_set_options(writer.get(), ARCHIVE_EXTRACT_PERM |
-                                                     ARCHIVE_EXTRACT_SECURE_NODOTDOT |
-                                                     ARCHIVE_EXTRACT_SECURE_SYMLINKS);
-    return writer;
-}
-
-// Rewrites the entry's name to its place below root; false when it must not be unpacked.
-bool placeBelow(const QByteArray& root, archive_entry* entry, QSet<QString>& topLevel)
-{
-    const auto steps = stepsOf(archive_entry_pathname(entry));
-    if (!steps)
-        return false;
-    const mode_t type = archive_entry_filetype(entry);
-    if (type == AE_IFLNK) {
-        if (!staysInside(archive_entry_symlink(entry), steps->size() - 1))
-            return false;
-    } else if (type != AE_IFREG && type != AE_IFDIR) {
-        return false;
-    }
-
-    if (!steps->isEmpty())
-        topLevel.insert(QFile::decodeName(steps->first()));
-    // No set-user-id, no sticky: an archive has no business with them.
-    archive_entry_set_perm(entry, archive_entry_perm(entry) & 0777);
-    const QByteArray place = root + '/' + steps->join('/');
-    archive_entry_copy_pathname(entry, place.constData());
-    return true;
-}
-
-bool copyData(archive* reader, archive* writer, qint64& budget, const zip::Cancelled& cancelled)
-{
-    for (;;) {
-        const void* block = nullptr;
-        size_t size = 0;
-        la_int64_t offset = 0;
-        const int status = archive_read_data_block(reader, &block, &size, &offset);
-        if (status == ARCHIVE_EOF)
-            return true;
-        budget -= static_cast<qint64>(size);
-        if (status != ARCHIVE_OK || budget < 0 || (cancelled && cancelled()))
-            return false;
-        if (archive_write_data_block(writer, block, size, offset) != ARCHIVE_OK)
-            return false;
-    }
-}
-
-bool isFileNamed(archive_entry* entry, const QString& name)
-{
-    return archive_entry_filetype(entry) == AE_IFREG &&
-           QString::fromLocal8Bit(archive_entry_pathname(entry))
-                   .compare(name, Qt::CaseInsensitive) == 0;
-}
-
-bool readData(archive* reader, qint64& budget, QByteArray& data)
-{
-    QByteArray block(readBlockBytes, Qt::Uninitialized);
-    for (;;) {
-        const la_ssize_t size =
-            archive_read_data(reader, block.data(), static_cast<size_t>(block.size()));
-        budget -= size;
-        if (size <= 0 || budget < 0)
-            return size == 0;
-        data.append(block.constData(), size);
-    }
-}
-
-// An update must not lock its user out: the owner can always read and write what it brings.
-bool unpackOver(const QByteArray& root, archive* reader, archive_entry* entry, archive* writer,
-                qint64& budget)
-{
-    QSet<QString> topLevel;
-    if (!placeBelow(root, entry, topLevel))
-        return false;
-    if (topLevel.isEmpty())
-        return true; // the directory itself
-    const bool isDirectory = archive_entry_filetype(entry) == AE_IFDIR;
-    archive_entry_set_perm(entry, archive_entry_perm(entry) | (isDirectory ? 0700 : 0600));
-    if (archive_entry_filetype(entry) != AE_IFREG)
-        return archive_write_header(writer, entry) == ARCHIVE_OK;
-
-    // Beside its place first: a program that uses the old file keeps it, and so does a full disk.
-    const QByteArray place = archive_entry_pathname(entry);
-    const QByteArray part = place + ".part";
-    archive_entry_copy_pathname(entry, part.constData());
-    if (archive_write_header(writer, entry) != ARCHIVE_OK)
-        return false;
-    const bool replaced = copyData(reader, writer, budget, {}) &&
-                          archive_write_finish_entry(writer) == ARCHIVE_OK &&
-                          std::rename(part.constData(), place.constData()) == 0;
-    if (!replaced)
-        unlink(part.constData());
-    return replaced;
-}
 
 } // namespace
 
 namespace zip {
 
-std::optional<QStringList> extract(const QString& archivePath, const QString& destination,
-                                   const Cancelled& cancelled)
+std::optional<QStringList> extract(ArchiveSource source, const QString& destination,
+                                   const Cancelled& cancelled, const ArchiveLimits& limits)
 {
-    const Utf8Locale locale;
-    // Canonical, because SECURE_SYMLINKS also objects to links on the way to the destination.
-    const QByteArray root = QFile::encodeName(QFileInfo(destination).canonicalFilePath());
-    const Reader reader = openForReading(archivePath);
-    if (root.isEmpty() || !reader)
-        return {};
-    const Writer writer = openForWriting();
-
-    const qint64 bombBytes = std::max(minBombBytes, QFileInfo(archivePath).size() * maxExpansion);
-    qint64 budget = std::min(maxUnpackedBytes, bombBytes);
-    QSet<QString> topLevel;
-    for (int entries = 0;; ++entries) {
-        archive_entry* entry = nullptr;
-        const int status = archive_read_next_header(reader.get(), &entry);
-        if (status == ARCHIVE_EOF)
-            break;
-        if (status != ARCHIVE_OK || entries == maxEntries || (cancelled && cancelled()))
-            return {};
-        if (!placeBelow(root, entry, topLevel) ||
-            archive_write_header(writer.get(), entry) != ARCHIVE_OK ||
-            !copyData(reader.get(), writer.get(), budget, cancelled) ||
-            archive_write_finish_entry(writer.get()) != ARCHIVE_OK)
+    TreeWriter writer(destination);
+    ArchiveReader reader(std::move(source), ArchiveReader::Format::Zip, limits, cancelled);
+    TopLevel topLevel(destination);
+    while (writer.isOpen() && reader.next()) {
+        if (!topLevel.clear(reader.steps().first(), cancelled) || !unpack(reader, writer))
             return {};
     }
-    // Closing sets the modes of directories, which had to stay writable until now.
-    if (archive_write_close(writer.get()) != ARCHIVE_OK)
+    if (!writer.isOpen() || !reader.fault().isEmpty() || !writer.closeDirectories(cancelled))
         return {};
-    return topLevel.values();
+    return topLevel.names();
 }
 
-std::optional<QByteArray> extractAllBut(const QString& name, const QByteArray& archive,
-                                        const QString& destination)
+UnpackingOver::UnpackingOver(const QString& name, const QByteArray& archive,
+                             const QString& destination)
+    : m_name(name.toUtf8())
+    , m_workPath(QFile::encodeName(destination) + '/' + workName())
+    , m_writer(destination)
+    , m_reader(ArchiveSource::memory(archive), ArchiveReader::Format::Zip, archive_limits::launcher)
 {
-    const Utf8Locale locale;
-    const QByteArray root = QFile::encodeName(QFileInfo(destination).canonicalFilePath());
-    const Reader reader = openForReading(archive);
-    if (root.isEmpty() || !reader)
-        return {};
-    const Writer writer = openForWriting();
+    // One that was killed on its way may have left it.
+    if (!m_writer.isOpen() || !removeTree(m_workPath))
+        m_state = State::Failed;
+}
 
-    qint64 budget =
-        std::min(maxUnpackedBytes, std::max<qint64>(minBombBytes, archive.size() * maxExpansion));
-    std::optional<QByteArray> kept;
-    for (int entries = 0;; ++entries) {
-        archive_entry* entry = nullptr;
-        const int status = archive_read_next_header(reader.get(), &entry);
-        if (status == ARCHIVE_EOF)
-            break;
-        if (status != ARCHIVE_OK || entries == maxEntries)
-            return {};
-        const bool unpacked = isFileNamed(entry, name)
-                                  ? readData(reader.get(), budget, kept.emplace())
-                                  : unpackOver(root, reader.get(), entry, writer.get(), budget);
-        if (!unpacked)
-            return {};
+UnpackingOver::~UnpackingOver()
+{
+    if (m_writer.isOpen())
+        removeTree(m_workPath);
+}
+
+UnpackingOver::State UnpackingOver::step()
+{
+    if (m_state != State::Working)
+        return m_state;
+    if (!m_inEntry) {
+        if (!m_reader.next()) {
+            if (!m_reader.fault().isEmpty() || !removeTree(m_workPath))
+                return fail();
+            return m_state = State::Done;
+        }
+        m_inEntry = begin();
+        return m_inEntry ? m_state : fail();
     }
-    if (archive_write_close(writer.get()) != ARCHIVE_OK)
-        return {};
-    return kept;
+    const auto block = m_reader.block();
+    if (!block)
+        return fail();
+    m_inEntry = !block->isEmpty();
+    return (m_inEntry ? take(*block) : finish()) ? m_state : fail();
+}
+
+UnpackingOver::State UnpackingOver::fail()
+{
+    m_kept.reset();
+    return m_state = State::Failed;
+}
+
+bool UnpackingOver::begin()
+{
+    const QByteArrayList& steps = m_reader.steps();
+    m_isKept =
+        m_reader.kind() == Kind::File && steps.size() == 1 &&
+        QString::fromUtf8(steps.first()).compare(QString::fromUtf8(m_name), Qt::CaseInsensitive) ==
+            0;
+    if (m_isKept)
+        m_kept.emplace();
+    else if (m_reader.kind() == Kind::File)
+        return m_writer.makeDirectory({workName()}, 0700) &&
+               m_writer.beginFile(workSteps(), m_reader.mode() | ownerReadsAndWrites);
+    else if (m_reader.kind() == Kind::Directory)
+        return m_writer.makeDirectory(steps, m_reader.mode() | 0700);
+    return true;
+}
+
+bool UnpackingOver::take(QByteArrayView block)
+{
+    if (m_isKept)
+        m_kept->append(block);
+    return m_isKept || m_reader.kind() != Kind::File || m_writer.write(block);
+}
+
+// A program that uses the old file keeps it, and so does a full disk.
+bool UnpackingOver::finish()
+{
+    if (m_isKept || m_reader.kind() == Kind::Directory)
+        return true;
+    if (m_reader.kind() == Kind::File)
+        return m_writer.endFile(TreeWriter::Sync::Yes) &&
+               m_writer.move(workSteps(), m_reader.steps());
+    return m_writer.makeDirectory({workName()}, 0700) &&
+           m_writer.makeLink(workSteps(), m_reader.target()) &&
+           m_writer.move(workSteps(), m_reader.steps());
 }
 
 } // namespace zip

@@ -27,14 +27,15 @@ private Q_SLOTS:
                 << QString::fromLatin1(target) << QByteArray(header) << allowed;
         };
         for (const char* target :
-             {"tessellan_deployment", "tessellan_settings", "tessellan_profiles",
-              "tessellan_services", "tessellan_versions"}) {
+             {"tessellan_archive", "tessellan_deployment", "tessellan_settings",
+              "tessellan_profiles", "tessellan_services", "tessellan_versions"}) {
             row(target, "QString", true);
             row(target, "QWidget", false);
             row(target, "QImage", false);
         }
         row("tessellan_services", "QNetworkReply", true);
         row("tessellan_versions", "QNetworkReply", true);
+        row("tessellan_archive", "QNetworkReply", false);
         row("tessellan_settings", "QNetworkReply", false);
         row("tessellan_profiles", "QNetworkReply", false);
     }
@@ -71,6 +72,7 @@ private Q_SLOTS:
         row("app/main.cpp", "\"ui/main_window.h\"", true);
         row("profiles/a.h", "\"services/http.h\"", false);
         row("services/a.cpp", "\"app/settings.h\"", true);
+        row("services/a.cpp", "\"archive/archive_reader.h\"", true);
         row("services/a.cpp", "\"versions/version_manager.h\"", false);
         row("services/a.cpp", "\"ui/main_window.h\"", false);
         row("versions/a.cpp", "\"services/http.h\"", true);
@@ -82,7 +84,13 @@ private Q_SLOTS:
         row("ui/a.cpp", "\"versions/version_manager.h\"", true);
         row("ui/a.cpp", "\"backend/server.h\"", false);
         row("ui/a.cpp", "\"bench/costs.h\"", false);
-        // The preview stands alone; the backend takes its checks from there, and nothing else.
+        // The preview and the archives' rules stand alone; the backend takes its checks from there,
+        // and nothing else.
+        row("archive/a.cpp", "\"archive/archive_reader.h\"", true);
+        row("archive/a.cpp", "\"app/settings.h\"", false);
+        row("archive/a.cpp", "\"services/zip.h\"", false);
+        row("app/a.cpp", "\"archive/archive_reader.h\"", false);
+        row("backend/a.cpp", "\"archive/archive_reader.h\"", true);
         row("preview/a.cpp", "\"preview/box_baking.h\"", true);
         row("preview/a.cpp", "\"app/settings.h\"", false);
         row("backend/a.cpp", "\"backend/server.h\"", true);

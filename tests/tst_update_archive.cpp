@@ -183,6 +183,48 @@ private Q_SLOTS:
         expectFailure();
     }
 
+    // Names that an unpacking could use for itself belong to the archive, or to the user.
+    void keepsFilesOfAnyName()
+    {
+        write(path("old.part"), "the user's");
+        write(path("entry"), "the user's");
+        run(ZipBuilder()
+                .file("library.part", "one")
+                .file("library", "other")
+                .file("old", "new")
+                .link("link.part", "library")
+                .link("link", "old")
+                .file(launcher, m_probe->newBuild()));
+        QCOMPARE(m_probe->lastLine(), ready);
+        QCOMPARE(contentOf(path("library.part")), QByteArray("one"));
+        QCOMPARE(contentOf(path("library")), QByteArray("other"));
+        QCOMPARE(contentOf(path("link.part")), QByteArray("other"));
+        QCOMPARE(contentOf(path("old.part")), QByteArray("the user's"));
+        QCOMPARE(contentOf(path("entry")), QByteArray("the user's"));
+        QVERIFY(!QFile::exists(path(".tessellan-update")));
+    }
+
+    void neverFreezes()
+    {
+        ZipBuilder archive;
+        for (int i = 0; i < 900; ++i)
+            archive.file("lib/" + QByteArray::number(i), QByteArray(10'000, 'x'));
+        archive.file("big", QByteArray(30'000'000, 'y')); // 1,000 entries at most
+        run(archive.file(launcher, m_probe->newBuild()));
+        QCOMPARE(m_probe->lastLine(), ready);
+        QVERIFY2(m_probe->longestGapMs() <= 100,
+                 qPrintable(QString::number(m_probe->longestGapMs())));
+    }
+
+    void refusesMoreThanALauncherHas()
+    {
+        ZipBuilder archive;
+        for (int i = 0; i < 1'000; ++i)
+            archive.directory("d");
+        run(archive.file(launcher, m_probe->newBuild()));
+        expectFailure();
+    }
+
     void keepsTheOldFileOnAFullDisk()
     {
         write(path("libgame.so"), "old library");

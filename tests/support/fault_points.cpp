@@ -213,9 +213,12 @@ int openat(int directory, const char* path, int flags, ...)
     const mode_t mode = va_arg(arguments, mode_t);
     va_end(arguments);
     static const auto real = original<int (*)(int, const char*, int, ...)>("openat");
-    return isBelowDirectory(directory, path) && reached("openat", EACCES)
-               ? -1
-               : real(directory, path, flags, mode);
+    if (isBelowDirectory(directory, path) && reached("openat", EACCES))
+        return -1;
+    const int descriptor = real(directory, path, flags, mode);
+    if (descriptor >= 0 && descriptor < maxDescriptors && (flags & O_CREAT))
+        watched[descriptor] = isBelowDirectory(directory, path);
+    return descriptor;
 }
 
 int fstatat(int directory, const char* path, struct stat* info, int flags) noexcept
@@ -224,6 +227,65 @@ int fstatat(int directory, const char* path, struct stat* info, int flags) noexc
     return isBelowDirectory(directory, path) && reached("fstatat", EIO)
                ? -1
                : real(directory, path, info, flags);
+}
+
+// A directory's too: whoever syncs one of them has put a name there.
+static bool isSyncPoint(int descriptor)
+{
+    struct stat info = {};
+    return isWatched(descriptor) || (fstat(descriptor, &info) == 0 && S_ISDIR(info.st_mode));
+}
+
+int fsync(int descriptor)
+{
+    static const auto real = original<int (*)(int)>("fsync");
+    return isSyncPoint(descriptor) && reached("fsync", EIO) ? -1 : real(descriptor);
+}
+
+int fdatasync(int descriptor)
+{
+    static const auto real = original<int (*)(int)>("fdatasync");
+    return isSyncPoint(descriptor) && reached("fdatasync", EIO) ? -1 : real(descriptor);
+}
+
+int mkdirat(int directory, const char* path, mode_t mode) noexcept
+{
+    static const auto real = original<int (*)(int, const char*, mode_t)>("mkdirat");
+    return isBelowDirectory(directory, path) && reached("mkdirat", ENOSPC)
+               ? -1
+               : real(directory, path, mode);
+}
+
+int symlinkat(const char* target, int directory, const char* path) noexcept
+{
+    static const auto real = original<int (*)(const char*, int, const char*)>("symlinkat");
+    return isBelowDirectory(directory, path) && reached("symlinkat", EPERM)
+               ? -1
+               : real(target, directory, path);
+}
+
+int fchmodat(int directory, const char* path, mode_t mode, int flags) noexcept
+{
+    static const auto real = original<int (*)(int, const char*, mode_t, int)>("fchmodat");
+    return isBelowDirectory(directory, path) && reached("fchmodat", EPERM)
+               ? -1
+               : real(directory, path, mode, flags);
+}
+
+int unlinkat(int directory, const char* path, int flags) noexcept
+{
+    static const auto real = original<int (*)(int, const char*, int)>("unlinkat");
+    return isBelowDirectory(directory, path) && reached("unlinkat", EPERM)
+               ? -1
+               : real(directory, path, flags);
+}
+
+int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) noexcept
+{
+    static const auto real = original<int (*)(int, const char*, int, const char*)>("renameat");
+    return isBelowDirectory(toDirectory, to) && reached("renameat", EIO)
+               ? -1
+               : real(fromDirectory, from, toDirectory, to);
 }
 
 int mkdir(const char* path, mode_t mode) noexcept
