@@ -44,7 +44,8 @@ bool StagedFile::create()
 
 bool StagedFile::write(QByteArrayView bytes)
 {
-    return m_file.write(bytes.data(), bytes.size()) == bytes.size();
+    return m_file.write(bytes.data(), bytes.size()) == bytes.size() &&
+           fdatasync(m_file.handle()) == 0;
 }
 
 bool StagedFile::name()
@@ -58,16 +59,28 @@ bool StagedFile::name()
 
 bool StagedFile::keep()
 {
-    if (m_named || name()) {
-        m_file.close();
-        // Some file systems report a failed write only now.
-        if (m_file.error() == QFile::NoError) {
-            m_named = false;
-            return true;
-        }
-    }
-    discard();
-    return false;
+    bool kept = fsync(m_file.handle()) == 0 && (m_named || name());
+    m_file.close();
+    // Some file systems report a failed write only now.
+    kept = kept && m_file.error() == QFile::NoError && syncDirectory();
+    if (kept)
+        m_named = false;
+    else
+        discard();
+    return kept;
+}
+
+// Without it the disk may know the file but not its name.
+bool StagedFile::syncDirectory() const
+{
+    const QByteArray directory = QFile::encodeName(QFileInfo(m_path).absolutePath());
+    const int descriptor = open(directory.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0)
+        return false;
+    // Some file systems cannot be asked.
+    const bool synced = fsync(descriptor) == 0 || errno == EINVAL;
+    close(descriptor);
+    return synced;
 }
 
 void StagedFile::discard()

@@ -17,13 +17,16 @@ public:
     Q_DISABLE_COPY_MOVE(StagedFile)
 
     bool create();
+    // Waits until the bytes are on the disk: piece by piece, so that no one wait is long.
     bool write(QByteArrayView bytes);
-    // Closes the file and gives it its name; on failure nothing of it is left.
+    // Closes the file and gives it its name, also through a loss of power from here on; on failure
+    // nothing of it is left.
     bool keep();
     void discard();
 
 private:
     bool name();
+    bool syncDirectory() const;
 
     QString m_path;
     QFile m_file;
