@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QStringList>
 
@@ -33,6 +34,13 @@ const auto scriptTemplate = QStringLiteral("#!/bin/sh\n"
 QString runningExe()
 {
     return QDir::toNativeSeparators(QCoreApplication::applicationFilePath());
+}
+
+// Qt has no name, or one that is none, for a launcher whose path is not valid UTF-8. What would be
+// staged then is not beside it, but wherever the process happens to stand.
+bool knowsRunningExe()
+{
+    return QFileInfo(runningExe()).isFile();
 }
 
 QString stagedPath()
@@ -100,7 +108,7 @@ void UpdateStaging::stageAndRestart(const QByteArray& exe)
 {
     m_staged = std::make_unique<StagedFile>(stagedPath());
     // Nothing would start again after an empty one had been swapped in.
-    if (exe.isEmpty() || !m_staged->create()) {
+    if (exe.isEmpty() || !knowsRunningExe() || !m_staged->create()) {
         Q_EMIT failed();
         return;
     }
@@ -121,6 +129,10 @@ void UpdateStaging::stageAndRestart(const QByteArray& exe)
 
 void UpdateStaging::stageZipAndRestart(const QByteArray& archive)
 {
+    if (!knowsRunningExe()) {
+        Q_EMIT failed();
+        return;
+    }
     m_unpacking = std::make_unique<zip::UnpackingOver>(
         QStringLiteral("TessellanLauncher.exe"), archive, QCoreApplication::applicationDirPath());
     runInSlices(this, [this] { return unpackSome(); });

@@ -14,8 +14,8 @@ class UnpackingOver;
 // Puts a new executable beside the running one, as its path + ".new", and starts the script that
 // swaps the two once this process has ended. Internal to UpdateManager. Each call ends in exactly
 // one of restarting (the script waits) and failed (neither staged file nor script is left). The
-// staged file has its name only when it is whole. One call per object; GUI thread; unpacks and
-// writes in slices.
+// staged file has its name only when it is whole and on the disk; for a launcher whose own path Qt
+// cannot name nothing is staged. One call per object; GUI thread; unpacks and writes in slices.
 class UpdateStaging : public QObject
 {
     Q_OBJECT

@@ -1,5 +1,6 @@
 #include "tests/support/installed_probe.h"
 #include "tests/support/throwaway_home.h"
+#include "tests/support/zip_builder.h"
 
 #include <QDir>
 #include <QFile>
@@ -7,6 +8,7 @@
 #include <QLibraryInfo>
 #include <QTest>
 
+#include <cstdio>
 #include <memory>
 
 #include <sys/stat.h>
@@ -206,6 +208,50 @@ private Q_SLOTS:
         QCOMPARE(m_probe->lastLine(), ready);
         QCOMPARE(contentOf(victim), QByteArray("precious"));
         QVERIFY(!QFileInfo(m_probe->staged()).isSymLink());
+    }
+
+    // Qt cannot name such a place. What it would name instead is somewhere else.
+    void stagesNothingBesideANameThatIsNoText_data()
+    {
+        QTest::addColumn<bool>("archive");
+        QTest::newRow("executable") << false;
+        QTest::newRow("archive") << true;
+    }
+
+    void stagesNothingBesideANameThatIsNoText()
+    {
+        QFETCH(bool, archive);
+        const QByteArray home = QFile::encodeName(QFileInfo(m_probe->directory()).absolutePath());
+        const QByteArray place = home + "/Spiele f\xfcr mich";
+        QCOMPARE(rename(QFile::encodeName(m_probe->directory()).constData(), place.constData()), 0);
+        // The system tells a process where it really is, whatever led there.
+        QCOMPARE(symlink(place.constData(), QFile::encodeName(m_probe->directory()).constData()),
+                 0);
+        const QString elsewhere = m_probe->temporaryDirectory() + u"/here";
+        QVERIFY(QDir().mkdir(elsewhere));
+        m_probe->process().setWorkingDirectory(elsewhere);
+        if (archive) {
+            const QByteArray zip = ZipBuilder()
+                                       .file("TessellanLauncher.exe", m_probe->newBuild())
+                                       .file("file", "x")
+                                       .bytes();
+            m_probe->server().answer("/archive", HttpAnswer::ok(zip));
+            m_probe->run({QStringLiteral("archive"),
+                          m_probe->server().url(QStringLiteral("/archive")), QString()});
+        } else {
+            m_probe->offer(m_probe->newBuild());
+            m_probe->run();
+        }
+        QCOMPARE(m_probe->lastLine(),
+                 archive ? QStringLiteral("updateFailed Could not stage full update")
+                         : couldNotStage);
+        QVERIFY(QDir(elsewhere).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
+        QVERIFY(!QFile::exists(m_probe->script()));
+        QVERIFY(!QFile::exists(QStringLiteral("/.new")));
+        QVERIFY(m_probe->end());
+        QCOMPARE(QDir(m_probe->directory())
+                     .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                 QStringList{QFileInfo(m_probe->exe()).fileName()});
     }
 
     void refusesTheScriptsPlace_data()
