@@ -3,16 +3,17 @@
 #include "app/deployment.h"
 #include "app/settings.h"
 #include "services/http.h"
-#include "services/zip.h"
+#include "services/runtime_archive.h"
+#include "services/runtime_unpacking.h"
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 
 #include <atomic>
 #include <thread>
+#include <utility>
 
 // Outlives the manager for as long as a worker looks at it.
 struct RuntimeManager::Workers
@@ -26,52 +27,6 @@ namespace {
 QString baseDir()
 {
     return Settings::get().gameDir() + u"/runtime";
-}
-
-// The unpacked directory that becomes the runtime. Only what this archive brought counts: a
-// directory that an interrupted unpacking left behind is not a whole runtime.
-QString unpackedJdk(const QDir& base, const QStringList& topLevel)
-{
-    const QStringList found =
-        base.entryList({QStringLiteral("jdk*")}, QDir::Dirs | QDir::NoDotAndDotDot, QDir::NoSort);
-    for (const QString& name : found) {
-        if (topLevel.contains(name))
-            return name;
-    }
-    return {};
-}
-
-// A link goes alone: what it leads to is somebody else's.
-void removeOldRuntime(const QString& path)
-{
-    if (QFileInfo(path).isSymLink())
-        QFile::remove(path);
-    else
-        QDir(path).removeRecursively();
-}
-
-// Runs on the worker; empty when the runtime stands. Paths are copies: the settings may be gone
-// by now.
-QString unpackRuntime(const QString& zipPath, const QString& basePath,
-                      const std::atomic<bool>& cancelled)
-{
-    const auto topLevel = zip::extract(ArchiveSource::file(zipPath), basePath,
-                                       [&cancelled] { return cancelled.load(); });
-    QFile::remove(zipPath);
-    if (!topLevel)
-        return QStringLiteral("Could not extract Java runtime");
-
-    QDir base(basePath);
-    const QString jdk = unpackedJdk(base, *topLevel);
-    if (jdk.isEmpty())
-        return QStringLiteral("Runtime archive had unexpected layout");
-
-    const auto installedName = QStringLiteral("jre-11");
-    removeOldRuntime(base.filePath(installedName));
-    const bool renamed = base.rename(jdk, installedName);
-    if (!renamed || !QFile::exists(base.filePath(installedName + u"/bin/java")))
-        return QStringLiteral("Could not finalize runtime install");
-    return {};
 }
 
 } // namespace
@@ -131,23 +86,23 @@ void RuntimeManager::onDownloaded(const QString& error, const QByteArray& archiv
     const QString base = baseDir();
     QDir().mkpath(base);
     const QString zipPath = base + u"/jre-download.zip";
-    QFile file(zipPath);
-    if (!file.open(QIODevice::WriteOnly)) {
+    RuntimeArchive file(zipPath);
+    if (!file.write(archive)) {
         Q_EMIT installFailed(QStringLiteral("Cannot write ") + zipPath);
         return;
     }
-    // A short write is caught by the extraction: a cut archive has no directory.
-    file.write(archive);
-    file.close();
-    extract(zipPath);
+    extract(std::move(file));
 }
 
-// Nothing keeps two extractions apart, on purpose: a second click may start a second one.
-void RuntimeManager::extract(const QString& zipPath)
+// A second click may start a second one: on their threads they take turns.
+void RuntimeManager::extract(RuntimeArchive archive)
 {
     ++m_workers->running;
-    std::thread([manager = this, workers = m_workers, zipPath, base = baseDir()] {
-        const QString error = unpackRuntime(zipPath, base, workers->cancelled);
+    std::thread([manager = this, workers = m_workers, base = baseDir(),
+                 archive = std::move(archive)] {
+        // Paths are copies: the settings may be gone by now.
+        const QString error =
+            unpackRuntime(archive, base, [&workers] { return workers->cancelled.load(); });
         // The destructor waits for `running`, so the manager is still whole here.
         if (error.isEmpty())
             Q_EMIT manager->installFinished();

@@ -6,13 +6,15 @@
 #include <memory>
 
 class QNetworkAccessManager;
+class RuntimeArchive;
 
 // The launcher's private Java 11 runtime, inside the game directory. The file system is the only
 // record; a manager keeps no state between calls. Lives on the GUI thread, owned by the window
 // for whose play flow it was made. The archive is unpacked on a detached worker thread, and
 // installFinished and installFailed are then emitted on that thread: connect them with a context
-// object. Destroying the manager while it unpacks cancels the unpacking and waits the moment that
-// takes; a runtime that counts as installed is then not left behind half.
+// object. Destroying the manager while it unpacks, or waits for its turn, cancels that and waits
+// the moment it takes. Whatever is clicked, cancelled or killed, in one launcher or several: a
+// runtime that counts as installed is whole.
 class RuntimeManager : public QObject
 {
     Q_OBJECT
@@ -27,8 +29,8 @@ public:
     // True when javaExe() exists; neither its version nor that it runs is checked.
     static bool isInstalled();
 
-    // Downloads and replaces, also when one is installed. Several may be under way at once: each
-    // reports its own outcome.
+    // Downloads and replaces, also when one is installed. Several may be under way at once: their
+    // unpackings take turns, and each reports its own outcome.
     void install();
 
 Q_SIGNALS:
@@ -42,7 +44,7 @@ private:
     struct Workers;
 
     void onDownloaded(const QString& error, const QByteArray& archive);
-    void extract(const QString& zipPath);
+    void extract(RuntimeArchive archive);
 
     QNetworkAccessManager* m_network;
     std::shared_ptr<Workers> m_workers;

@@ -15,8 +15,11 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <thread>
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -24,21 +27,39 @@ namespace {
 const QByteArray apiHost = "api.adoptium.net";
 const QByteArray apiPath = "/v3/binary/latest/11/ga/linux/x64/jre/hotspot/normal/eclipse";
 
-std::atomic<bool> javaStays = false;
+std::atomic<bool> placeIsTaken = false;
+std::atomic<bool> namesCannotBeExchanged = false;
 std::atomic<bool> archiveStaysAWhile = false;
 std::atomic<bool> removingArchive = false;
 
 } // namespace
 
-// Stands before the C library's: an old java that cannot be removed, an archive that takes long.
+// These stand before the C library's: an archive that takes long to remove, a file system that
+// cannot exchange two names, a place that nothing can be moved to.
 extern "C" int unlink(const char* path) noexcept
 {
     if (archiveStaysAWhile && std::strstr(path, "/jre-download.zip")) {
         removingArchive = true;
         usleep(500'000);
     }
-    if (!javaStays || !std::strstr(path, "/jre-11/bin/java"))
-        return unlinkat(AT_FDCWD, path, 0);
+    return unlinkat(AT_FDCWD, path, 0);
+}
+
+extern "C" int renameat2(int fromDirectory, const char* from, int toDirectory, const char* to,
+                         unsigned flags) noexcept
+{
+    if (!namesCannotBeExchanged)
+        return static_cast<int>(
+            syscall(SYS_renameat2, fromDirectory, from, toDirectory, to, flags));
+    errno = EINVAL;
+    return -1;
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept
+{
+    const bool isUnpacked = std::strstr(from, "/runtime/jdk") != nullptr;
+    if (!placeIsTaken || !isUnpacked)
+        return renameat(AT_FDCWD, from, AT_FDCWD, to);
     errno = EPERM;
     return -1;
 }
@@ -59,8 +80,7 @@ private Q_SLOTS:
             std::make_unique<HttpServer>(m_authority.serverFor({QString::fromLatin1(apiHost)}));
         m_proxy = std::make_unique<TunnelProxy>();
         m_proxy->lead(apiHost + ":443", m_server->port());
-        const ZipBuilder runtime = ZipBuilder::runtime("jdk-11.0.25+9-jre", "echo new");
-        m_server->answer(apiPath, HttpAnswer::ok(runtime.bytes()));
+        serveRuntime();
     }
 
     void init()
@@ -69,7 +89,10 @@ private Q_SLOTS:
         Settings::get().setGameDir(m_home->filePath(QStringLiteral("game")));
     }
 
-    void cleanup() { javaStays = archiveStaysAWhile = removingArchive = false; }
+    void cleanup()
+    {
+        placeIsTaken = namesCannotBeExchanged = archiveStaysAWhile = removingArchive = false;
+    }
 
     void replacesALinkNotWhatItLeadsTo()
     {
@@ -86,9 +109,91 @@ private Q_SLOTS:
     void reportsAnOldRuntimeThatCannotBeReplaced()
     {
         writeFile(RuntimeManager::javaExe(), "old");
-        javaStays = true;
+        placeIsTaken = namesCannotBeExchanged = true;
         QCOMPARE(outcomes(), QStringList{QStringLiteral("Could not finalize runtime install")});
         QCOMPARE(contentOf(RuntimeManager::javaExe()), QByteArray("old"));
+        QVERIFY(!namesIn(base()).contains(u"jre-11.old"));
+    }
+
+    void replacesWhereNamesCannotBeExchanged()
+    {
+        writeFile(RuntimeManager::javaExe(), "old");
+        namesCannotBeExchanged = true;
+        QCOMPARE(outcomes(), QStringList{QString()});
+        QVERIFY(contentOf(RuntimeManager::javaExe()).contains("new"));
+        QCOMPARE(namesIn(base()), QStringList{QStringLiteral("jre-11")});
+    }
+
+    // Somebody who looks while one takes the other's place.
+    void isNeverMissing()
+    {
+        QCOMPARE(outcomes(), QStringList{QString()});
+        const QByteArray java = QFile::encodeName(RuntimeManager::javaExe());
+        std::atomic<bool> over = false;
+        std::atomic<int> missing = 0;
+        std::thread looker([&] {
+            while (!over) {
+                struct stat info = {};
+                missing += stat(java.constData(), &info) != 0;
+            }
+        });
+        for (int i = 0; i < 20; ++i)
+            outcomes();
+        over = true;
+        looker.join();
+        QCOMPARE(missing, 0);
+    }
+
+    // Killed between its two steps, where names cannot be exchanged.
+    void restoresTheRuntimeOfAKilledReplacement()
+    {
+        writeFile(QString(base() + u"/jre-11.old/bin/java"), "old");
+        m_server->answer(apiPath, HttpAnswer::ok("no archive"));
+        const QStringList reported = outcomes();
+        serveRuntime();
+        QCOMPARE(reported, QStringList{QStringLiteral("Could not extract Java runtime")});
+        QCOMPARE(contentOf(RuntimeManager::javaExe()), QByteArray("old"));
+        QCOMPARE(namesIn(base()), QStringList{QStringLiteral("jre-11")});
+    }
+
+    void removesWhatAKilledReplacementLeft()
+    {
+        writeFile(RuntimeManager::javaExe(), "current");
+        writeFile(QString(base() + u"/jre-11.old/bin/java"), "old");
+        writeFile(QString(base() + u"/jre-11.removed/lib/half"), "half");
+        QCOMPARE(outcomes(), QStringList{QString()});
+        QVERIFY(contentOf(RuntimeManager::javaExe()).contains("new"));
+        QCOMPARE(namesIn(base()), QStringList{QStringLiteral("jre-11")});
+    }
+
+    // What is being removed is no runtime any more.
+    void restoresNoHalfRuntime()
+    {
+        writeFile(QString(base() + u"/jre-11.removed/bin/java"), "half");
+        m_server->answer(apiPath, HttpAnswer::ok("no archive"));
+        outcomes();
+        serveRuntime();
+        QVERIFY(!RuntimeManager::isInstalled());
+    }
+
+    void takesNoLinkForTheRuntime()
+    {
+        writeFile(RuntimeManager::javaExe(), "old");
+        ZipBuilder archive;
+        archive.file("real/bin/java", "new", 0755).link("jdk-11", "real");
+        m_server->answer(apiPath, HttpAnswer::ok(archive.bytes()));
+        const QStringList reported = outcomes();
+        serveRuntime();
+        QCOMPARE(reported, QStringList{QStringLiteral("Runtime archive had unexpected layout")});
+        QCOMPARE(contentOf(RuntimeManager::javaExe()), QByteArray("old"));
+    }
+
+    void callsAnArchiveWithoutEntriesAnUnexpectedLayout()
+    {
+        m_server->answer(apiPath, HttpAnswer::ok(ZipBuilder().bytes()));
+        const QStringList reported = outcomes();
+        serveRuntime();
+        QCOMPARE(reported, QStringList{QStringLiteral("Runtime archive had unexpected layout")});
     }
 
     void unpacksNothingThatItCouldNotWrite()
@@ -110,6 +215,14 @@ private Q_SLOTS:
     }
 
 private:
+    static QString base() { return QString(Settings::get().gameDir() + u"/runtime"); }
+
+    void serveRuntime()
+    {
+        const ZipBuilder runtime = ZipBuilder::runtime("jdk-11.0.25+9-jre", "echo new");
+        m_server->answer(apiPath, HttpAnswer::ok(runtime.bytes()));
+    }
+
     // Every outcome of one install; an empty text is a success.
     static QStringList outcomes()
     {
