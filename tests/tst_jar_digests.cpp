@@ -8,12 +8,14 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cstdio>
 #include <functional>
 #include <limits>
 #include <memory>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -126,6 +128,46 @@ private Q_SLOTS:
         }
     }
 
+    // File systems that tell times by whole seconds, or by two: a change within them does not show.
+    void noticesAChangeOnACoarseClock_data()
+    {
+        QTest::addColumn<int>("seconds");
+        QTest::newRow("ext4 with small inodes") << 1;
+        QTest::newRow("FAT") << 2;
+    }
+
+    void noticesAChangeOnACoarseClock()
+    {
+        QFETCH(int, seconds);
+        disguise = [seconds](struct stat& info) {
+            for (timespec* time : {&info.st_mtim, &info.st_ctim})
+                *time = {time->tv_sec - time->tv_sec % seconds, 0};
+            return 0;
+        };
+        for (int i = 0; i < 12; ++i) {
+            writeFile(jar(), jarContent);
+            QVERIFY(!m_manager->needsInstall(m_version));
+            QTest::qSleep(30 + 15 * i); // at every part of the second
+            QVERIFY(!m_manager->needsInstall(m_version));
+            replaceUnseen(jar(), otherContent);
+            QVERIFY(m_manager->needsInstall(m_version));
+        }
+    }
+
+    // The file was changed before the clock was set back, and can be again.
+    void doesNotTrustAJarFromTheFuture()
+    {
+        disguise = [](struct stat& info) {
+            frozen(info);
+            info.st_ctim = {std::numeric_limits<int>::max(), 0};
+            return 0;
+        };
+        writeFile(jar(), jarContent);
+        QVERIFY(!m_manager->needsInstall(m_version));
+        writeFile(jar(), otherContent);
+        QVERIFY(m_manager->needsInstall(m_version));
+    }
+
     void noticesEveryDifference_data()
     {
         QTest::addColumn<Disguise>("changed");
@@ -189,6 +231,34 @@ private Q_SLOTS:
         QVERIFY(m_manager->needsInstall(m_version));
     }
 
+    void noticesWhatHappensUnderAnotherName()
+    {
+        writeFile(jar(), jarContent);
+        const QString link = m_home->filePath(QStringLiteral("link"));
+        const QString other = m_home->filePath(QStringLiteral("other"));
+        writeFile(other, otherContent);
+        QCOMPARE(::link(QFile::encodeName(jar()).constData(), QFile::encodeName(link).constData()),
+                 0);
+        waitUntilRemembered();
+        replaceUnseen(link, otherContent);
+        QVERIFY(m_manager->needsInstall(m_version));
+        replaceUnseen(link, jarContent);
+        waitUntilRemembered();
+        QCOMPARE(
+            std::rename(QFile::encodeName(other).constData(), QFile::encodeName(jar()).constData()),
+            0);
+        QVERIFY(m_manager->needsInstall(m_version));
+    }
+
+    // Nobody writes into it: reading would wait for ever.
+    void needsInstallingOverANamedPipe()
+    {
+        writeFile(jar(), jarContent);
+        QVERIFY(QFile::remove(jar()));
+        QCOMPARE(mkfifo(QFile::encodeName(jar()).constData(), 0600), 0);
+        QVERIFY(m_manager->needsInstall(m_version));
+    }
+
     void needsInstallingWhenNothingIsKnown()
     {
         writeFile(jar(), jarContent);
@@ -197,6 +267,14 @@ private Q_SLOTS:
     }
 
 private:
+    // The memory alone is not told by the bytes read from a jar this small.
+    void waitUntilRemembered()
+    {
+        QVERIFY(!m_manager->needsInstall(m_version));
+        QTest::qSleep(2500);
+        QVERIFY(!m_manager->needsInstall(m_version));
+    }
+
     QString jar() const { return m_manager->jarPath(m_version.id); }
 
     // Very much when the answer is not the expected one.

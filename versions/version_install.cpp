@@ -10,26 +10,9 @@
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 
-#include <chrono>
 #include <utility>
 
-#include <sys/stat.h>
-
 namespace {
-
-qint64 toNs(const timespec& time)
-{
-    return qint64{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
-
-// The file system's clock advances in ticks of up to 10 ms: a file that changed this recently can
-// change again without its stamp showing it.
-bool isSettled(qint64 changedNs)
-{
-    using namespace std::chrono;
-    const auto now = system_clock::now().time_since_epoch();
-    return duration_cast<nanoseconds>(now).count() - changedNs > 20'000'000;
-}
 
 bool differs(const QString& sha256, const QString& expected)
 {
@@ -51,44 +34,11 @@ bool VersionManager::isInstalled(const QString& versionId) const
 
 bool VersionManager::needsInstall(const GameVersion& v) const
 {
-    const QString path = jarPath(v.id);
-    if (!QFile::exists(path))
+    if (!isInstalled(v.id))
         return true;
     if (v.sha256.isEmpty())
         return false;
-    return differs(hashOfFile(path), v.sha256);
-}
-
-bool VersionManager::stampOf(int fileDescriptor, FileStamp& stamp)
-{
-    struct stat info = {};
-    if (fstat(fileDescriptor, &info) != 0)
-        return false;
-    stamp = {info.st_size, toNs(info.st_mtim), toNs(info.st_ctim), info.st_ino, info.st_dev};
-    return true;
-}
-
-// Empty when the file cannot be read. Every refill of the launch selector asks for every version,
-// so an unchanged file is not read again.
-QString VersionManager::hashOfFile(const QString& path) const
-{
-    QFile file(path);
-    FileStamp stamp;
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || !stampOf(file.handle(), stamp))
-        return {};
-    const auto known = m_hashedFiles.constFind(path);
-    if (known != m_hashedFiles.cend() && known->stamp == stamp)
-        return known->sha256;
-
-    const bool settled = isSettled(stamp.changedNs);
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (!hash.addData(&file))
-        return {};
-    QString sha256 = QString::fromLatin1(hash.result().toHex());
-    FileStamp after;
-    if (settled && stampOf(file.handle(), after) && after == stamp)
-        m_hashedFiles.insert(path, {stamp, sha256});
-    return sha256;
+    return differs(m_digests.sha256(jarPath(v.id)), v.sha256);
 }
 
 QString VersionManager::sha256Hex(const QByteArray& data)

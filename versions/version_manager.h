@@ -1,8 +1,8 @@
 #pragma once
 
+#include "versions/file_digests.h"
 #include "versions/game_version.h"
 
-#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -35,7 +35,7 @@ public:
     // Whether the jar file exists; its content is not checked.
     bool isInstalled(const QString& versionId) const;
     // Whether the jar is missing or differs from the manifest's digest. Reads the jar the first
-    // time and after it changed; otherwise answers from memory.
+    // time, after it changed, and for two seconds after that; otherwise answers from memory.
     bool needsInstall(const GameVersion& v) const;
     // 64 lower-case hexadecimal characters.
     static QString sha256Hex(const QByteArray& data);
@@ -65,31 +65,13 @@ Q_SIGNALS:
     void gameExited(int exitCode);
 
 private:
-    // What tells one state of a file from another without reading it.
-    struct FileStamp
-    {
-        qint64 size = 0;
-        qint64 modifiedNs = 0;
-        qint64 changedNs = 0;
-        quint64 inode = 0;
-        quint64 device = 0;
-        bool operator==(const FileStamp&) const = default;
-    };
-    struct HashedFile
-    {
-        FileStamp stamp;
-        QString sha256;
-    };
-
     void onManifestDownloaded(const QString& error, const QByteArray& data);
     void storeManifest(const QByteArray& data) const;
     void onJarDownloaded(const GameVersion& v, const QString& error, const QByteArray& body);
-    QString hashOfFile(const QString& path) const;
-    static bool stampOf(int fileDescriptor, FileStamp& stamp);
     void logOutput(QProcess* process);
 
     QNetworkAccessManager* m_network;
     QList<GameVersion> m_versions;
     QList<NewsItem> m_news;
-    mutable QHash<QString, HashedFile> m_hashedFiles; // by path
+    mutable FileDigests m_digests; // every refill of the launch selector asks for every version
 };
