@@ -110,9 +110,10 @@ bool ProfileManager::remove(const QString& name)
     const LaunchProfile* found = find(name);
     if (!found)
         return false;
-    m_profiles.removeAt(found - m_profiles.constData());
+    // First: the name may be the one that the profile takes with it.
     if (activeProfile() == name)
         m_store.remove(activeProfileKey);
+    m_profiles.removeAt(found - m_profiles.constData());
     persist();
     return true;
 }

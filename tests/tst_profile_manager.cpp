@@ -337,6 +337,30 @@ private Q_SLOTS:
         QCOMPARE(manager.profiles().constFirst().xms, 200);
     }
 
+    // Such a name goes with the profile that it belongs to.
+    void takesNamesOutOfItsOwnList_data()
+    {
+        QTest::addColumn<qsizetype>("position");
+        QTest::newRow("the first") << qsizetype(0);
+        QTest::newRow("one between") << qsizetype(1);
+        QTest::newRow("the last") << qsizetype(2);
+    }
+
+    void takesNamesOutOfItsOwnList()
+    {
+        QFETCH(qsizetype, position);
+        storeProfiles(json("[{'name':'one of three'},{'name':'two of three'},{'name':'3'}]"));
+        ProfileManager manager;
+        const QString copy = QString::fromUtf8(manager.profiles().at(position).name.toUtf8());
+        manager.setActiveProfile(copy);
+        QVERIFY(manager.save(manager.profiles().at(position), manager.profiles().at(position).name,
+                             nullptr));
+        QVERIFY(manager.remove(manager.profiles().at(position).name));
+        QVERIFY(!store().contains(activeKey));
+        QVERIFY(!manager.find(copy));
+        QCOMPARE(ProfileManager().profiles().size(), 2);
+    }
+
     void doesNotNoticeOutsideEdits()
     {
         ProfileManager manager = withThree();
