@@ -2,24 +2,23 @@
 
 #include "app/deployment.h"
 
+#include <QLatin1StringView>
 #include <QStandardPaths>
 
 namespace {
 
-const auto manifestUrlKey = QStringLiteral("manifestUrl");
-const auto javaPathKey = QStringLiteral("javaPath");
-const auto gameDirKey = QStringLiteral("gameDir");
-const auto lastVersionKey = QStringLiteral("lastVersion");
-const auto serverUrlKey = QStringLiteral("serverUrl");
-const auto authTokenKey = QStringLiteral("authToken");
-const auto authUsernameKey = QStringLiteral("authUsername");
-const auto authUuidKey = QStringLiteral("authUuid");
+constexpr QLatin1StringView manifestUrlKey{"manifestUrl"};
+constexpr QLatin1StringView javaPathKey{"javaPath"};
+constexpr QLatin1StringView gameDirKey{"gameDir"};
+constexpr QLatin1StringView lastVersionKey{"lastVersion"};
+constexpr QLatin1StringView serverUrlKey{"serverUrl"};
+constexpr QLatin1StringView authTokenKey{"authToken"};
+constexpr QLatin1StringView authUsernameKey{"authUsername"};
+constexpr QLatin1StringView authUuidKey{"authUuid"};
 
 } // namespace
 
-// "Launcher" on purpose, not the application's own name "Tessellan Launcher": the profile store
-// opens the same pair of names.
-Settings::Settings() : m_store(QStringLiteral("Tessellan"), QStringLiteral("Launcher")) {}
+Settings::Settings() = default;
 
 Settings& Settings::get()
 {
@@ -108,4 +107,9 @@ void Settings::clearAuth()
     m_store.remove(authTokenKey);
     m_store.remove(authUsernameKey);
     m_store.remove(authUuidKey);
+}
+
+QString Settings::unwrittenFile()
+{
+    return m_store.unwrittenFile();
 }

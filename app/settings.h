@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QSettings>
+#include "app/settings_store.h"
+
 #include <QString>
 
 // The player's preferences and the signed-in session, kept between runs in the settings file of
@@ -10,7 +11,8 @@
 //
 // A getter returns the default while its key is absent and never writes it back. A setter stores
 // what it is given, unchecked: an empty string is stored empty and from then on overrides the
-// default. No operation fails; an unreadable file reads as absent keys.
+// default. No operation fails; an unreadable file reads as absent keys. Whether the file took what
+// was stored can be asked afterwards.
 class Settings
 {
 public:
@@ -40,6 +42,9 @@ public:
     // Removes the three keys; afterwards the getters return empty strings.
     void clearAuth();
 
+    // Empty when everything stored is in the file, otherwise the path of the file that refused it.
+    QString unwrittenFile();
+
 private:
-    QSettings m_store;
+    SettingsStore m_store;
 };

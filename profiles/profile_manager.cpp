@@ -3,13 +3,14 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLatin1StringView>
 
 #include <algorithm>
 
 namespace {
 
-const auto profilesKey = QStringLiteral("profiles");
-const auto activeProfileKey = QStringLiteral("activeProfile");
+constexpr QLatin1StringView profilesKey{"profiles"};
+constexpr QLatin1StringView activeProfileKey{"activeProfile"};
 
 constexpr int minimumHeapMb = 32;
 
@@ -52,7 +53,7 @@ QString objectionTo(const LaunchProfile& p)
 
 } // namespace
 
-ProfileManager::ProfileManager() : m_store(QStringLiteral("Tessellan"), QStringLiteral("Launcher"))
+ProfileManager::ProfileManager()
 {
     load();
 }
@@ -116,6 +117,11 @@ bool ProfileManager::remove(const QString& name)
     m_profiles.removeAt(found - m_profiles.constData());
     persist();
     return true;
+}
+
+QString ProfileManager::unwrittenFile()
+{
+    return m_store.unwrittenFile();
 }
 
 void ProfileManager::load()

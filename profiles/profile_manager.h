@@ -1,9 +1,9 @@
 #pragma once
 
+#include "app/settings_store.h"
 #include "profiles/launch_profile.h"
 
 #include <QList>
-#include <QSettings>
 #include <QString>
 
 // The launch profiles, in the order they were made, and which of them is active. get() is the one
@@ -34,6 +34,9 @@ public:
     // False when there is no such profile. Removing the active one leaves none active.
     bool remove(const QString& name);
 
+    // Empty when everything stored is in the file, otherwise the path of the file that refused it.
+    QString unwrittenFile();
+
     // The JVM part of the command line: both heap flags, then the extra options without the locked
     // ones. Sets *warning (when given) only when something was dropped.
     QList<QString> jvmArgsFor(const LaunchProfile& p, QString* warning) const;
@@ -45,5 +48,5 @@ private:
     LaunchProfile* findMutable(const QString& name);
 
     QList<LaunchProfile> m_profiles;
-    QSettings m_store;
+    SettingsStore m_store;
 };

@@ -361,6 +361,20 @@ private Q_SLOTS:
         QCOMPARE(ProfileManager().profiles().size(), 2);
     }
 
+    void keepsManyProfiles()
+    {
+        QByteArray many = "[";
+        for (int i = 0; i < 100'000; ++i)
+            many += "{\"name\":\"" + QByteArray::number(i) + "\"},";
+        many.back() = ']';
+        storeProfiles(many);
+        ProfileManager manager;
+        QCOMPARE(manager.profiles().size(), 100'000);
+        QVERIFY(manager.save(named(QStringLiteral("last")), QString(), nullptr));
+        QCOMPARE(manager.unwrittenFile(), QString());
+        QCOMPARE(ProfileManager().profiles().size(), 100'001);
+    }
+
     void doesNotNoticeOutsideEdits()
     {
         ProfileManager manager = withThree();

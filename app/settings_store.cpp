@@ -1,0 +1,175 @@
+#include "app/settings_store.h"
+
+#include "app/private_file.h"
+
+#include <QCoreApplication>
+#include <QEvent>
+#include <QFile>
+#include <QFileInfo>
+#include <QVariantMap>
+
+#include <cstdio>
+#include <optional>
+#include <utility>
+
+#include <unistd.h>
+
+namespace {
+
+// A second name for the file as it is, under which it outlives being replaced.
+class EarlierFile
+{
+public:
+    explicit EarlierFile(const QString& path)
+        : m_path(QFile::encodeName(QFileInfo(path).canonicalFilePath()))
+        , m_link(m_path + '.' + QByteArray::number(getpid()))
+    {
+        unlink(m_link.constData()); // of an earlier process that crashed
+        m_linked = link(m_path.constData(), m_link.constData()) == 0;
+    }
+    ~EarlierFile()
+    {
+        if (m_linked)
+            unlink(m_link.constData());
+    }
+    Q_DISABLE_COPY_MOVE(EarlierFile)
+
+    void putBack()
+    {
+        if (m_linked && rename(m_link.constData(), m_path.constData()) == 0)
+            m_linked = false;
+    }
+
+private:
+    QByteArray m_path;
+    QByteArray m_link;
+    bool m_linked = false;
+};
+
+// QSettings believes a write on a full disk and leaves a file that ends somewhere. Every key is a
+// line of its own.
+bool isWhole(const QString& path, qsizetype keys)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray content = file.readAll();
+    qsizetype found = 0;
+    for (const QByteArray& line : content.split('\n'))
+        found += line.contains('=');
+    return found == keys && (content.isEmpty() || content.endsWith('\n'));
+}
+
+// QSettings waits for ever for a lock that is nobody's. A lock is a file.
+void putAsideWhatIsNoLock(const QString& path)
+{
+    const QString lock = path + u".lock";
+    const QFileInfo found(lock);
+    if (found.isSymLink() || (found.exists() && !found.isFile()))
+        std::rename(QFile::encodeName(lock).constData(),
+                    QFile::encodeName(lock + u".aside").constData());
+}
+
+} // namespace
+
+// The one place of these names. "Launcher" on purpose, not the application's own name "Tessellan
+// Launcher".
+SettingsStore::SettingsStore() : QSettings(QStringLiteral("Tessellan"), QStringLiteral("Launcher"))
+{
+    setFallbacksEnabled(false);
+    private_file::repair(fileName());
+}
+
+SettingsStore::~SettingsStore()
+{
+    if (m_pending)
+        write();
+    // Destroyed with a change still waiting, QSettings would write once more, and unwatched: the
+    // event that write() delivers has made it forget that anything waits.
+}
+
+void SettingsStore::setValue(QAnyStringView key, const QVariant& value)
+{
+    beginChange();
+    QSettings::setValue(key, value);
+}
+
+void SettingsStore::remove(QAnyStringView key)
+{
+    beginChange();
+    QSettings::remove(key);
+}
+
+// The file is private before the value is where another QSettings of this process could write it.
+void SettingsStore::beginChange()
+{
+    private_file::make(fileName());
+    putAsideWhatIsNoLock(fileName());
+    m_pending = true;
+    if (std::exchange(m_failed, false))
+        QCoreApplication::postEvent(this, new QEvent(QEvent::UpdateRequest));
+}
+
+QString SettingsStore::unwrittenFile()
+{
+    if (m_pending && !m_failed) {
+        QEvent now(QEvent::UpdateRequest);
+        event(&now);
+    }
+    return m_pending ? fileName() : QString();
+}
+
+bool SettingsStore::event(QEvent* event)
+{
+    if (event->type() != QEvent::UpdateRequest || !m_pending)
+        return QSettings::event(event);
+    const std::optional<QVariantMap> lost = write();
+    if (lost)
+        holdAgainstTheFile(*lost);
+    return true;
+}
+
+// Returns what the file should hold when it was written and is not whole; the earlier one then
+// stands in its place again.
+std::optional<QVariantMap> SettingsStore::write()
+{
+    private_file::make(fileName());
+    putAsideWhatIsNoLock(fileName());
+    EarlierFile earlier(fileName());
+    QEvent request(QEvent::UpdateRequest);
+    QSettings::event(&request);
+    // As QSettings believes to have written it, merged with what another launcher wrote meanwhile.
+    QVariantMap believed = everything();
+    // A status that was bad once stays bad; one of its own tells how this write went.
+    const bool refused = QSettings(fileName(), NativeFormat).status() == AccessError;
+    const bool cut = !refused && !isWhole(fileName(), believed.size());
+    m_pending = m_failed = refused || cut;
+    if (!cut)
+        return {};
+    earlier.putBack();
+    return believed;
+}
+
+// Makes QSettings see the earlier file again and hold the changes against it, without another
+// attempt at once: that would be tried for ever.
+void SettingsStore::holdAgainstTheFile(const QVariantMap& wanted)
+{
+    sync(); // nothing waits to be written: it reads
+    for (const QString& key : allKeys()) {
+        if (!wanted.contains(key))
+            QSettings::remove(key);
+    }
+    for (auto it = wanted.cbegin(); it != wanted.cend(); ++it) {
+        if (value(it.key()) != it.value())
+            QSettings::setValue(it.key(), it.value());
+    }
+    QCoreApplication::removePostedEvents(this, QEvent::UpdateRequest);
+}
+
+QVariantMap SettingsStore::everything() const
+{
+    QVariantMap values;
+    for (const QString& key : allKeys())
+        values.insert(key, value(key));
+    return values;
+}
