@@ -164,6 +164,14 @@ void MainWindow::setBusy(bool busy, const QString& text)
     m_statusLabel->showText(text);
 }
 
+// What is added to the text of something that was stored; nothing when its file took it.
+QString MainWindow::unlessWritten(const QString& unwrittenFile)
+{
+    return unwrittenFile.isEmpty()
+               ? QString()
+               : QString(u", only until you quit: cannot write " + unwrittenFile);
+}
+
 void MainWindow::appendConsole(const QString& line)
 {
     if (m_console->isHidden())

@@ -56,6 +56,7 @@ private:
     void syncNavButtons(QWidget* page);
     void setBusy(bool busy, const QString& text);
     void appendConsole(const QString& line);
+    static QString unlessWritten(const QString& unwrittenFile);
 
     // Keyboard
     void enablePlay(bool enabled);
@@ -156,6 +157,7 @@ private:
     QLineEdit* m_serverUrlField = nullptr;
     QLineEdit* m_javaPathField = nullptr;
     QLineEdit* m_gameDirField = nullptr;
+    QString m_unwrittenSettings; // what the answer to the save's request says as well
 
     bool m_playAwaitsFocus = false; // it had the keyboard when it was disabled
 };

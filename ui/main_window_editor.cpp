@@ -1,4 +1,5 @@
 #include "profiles/profile_manager.h"
+#include "ui/elided_label.h"
 #include "ui/foreign_text.h"
 #include "ui/main_window.h"
 #include "ui/page_keys.h"
@@ -150,4 +151,7 @@ void MainWindow::saveProfile()
     manager.setActiveProfile(profile.name);
     populateProfiles();
     m_pages->setCurrentIndex(pages::NewsList);
+    const QString unwritten = unlessWritten(manager.unwrittenFile());
+    if (!unwritten.isEmpty())
+        m_statusLabel->showText(u"Profile saved" + unwritten);
 }

@@ -1,3 +1,4 @@
+#include "app/settings.h"
 #include "services/auth_client.h"
 #include "services/update_manager.h"
 #include "ui/elided_label.h"
@@ -7,6 +8,8 @@
 #include <QCoreApplication>
 #include <QProgressBar>
 #include <QTimer>
+
+#include <utility>
 
 namespace {
 
@@ -31,7 +34,8 @@ void MainWindow::connectAuthClient()
     });
     connect(m_auth, &AuthClient::loggedOut, this, [this] {
         forgetSession();
-        m_statusLabel->showText(QStringLiteral("Logged out"));
+        m_statusLabel->showText(QStringLiteral("Logged out") +
+                                unlessWritten(Settings::get().unwrittenFile()));
     });
 }
 
@@ -39,7 +43,8 @@ void MainWindow::connectServices()
 {
     connect(m_versions, &VersionManager::manifestReady, this, &MainWindow::onManifestReady);
     connect(m_versions, &VersionManager::manifestFailed, this, [this](const QString& error) {
-        m_statusLabel->showText(u"Offline - no cached manifest (" + error + u')');
+        m_statusLabel->showText(u"Offline - no cached manifest (" + error + u')' +
+                                std::exchange(m_unwrittenSettings, {}));
     });
     connect(m_versions, &VersionManager::downloadProgress, this, &MainWindow::onDownloadProgress);
     connect(m_versions, &VersionManager::installFinished, this, &MainWindow::onInstallFinished);
@@ -60,9 +65,10 @@ void MainWindow::onManifestReady(bool fromCache)
 {
     populateProfiles();
     populateNews();
-    m_statusLabel->showText(
+    const QString text =
         fromCache ? QStringLiteral("Offline - using cached version list")
-                  : QStringLiteral("%1 versions available").arg(m_versions->versions().size()));
+                  : QStringLiteral("%1 versions available").arg(m_versions->versions().size());
+    m_statusLabel->showText(text + std::exchange(m_unwrittenSettings, {}));
 }
 
 // Also shows the download of the Java runtime.

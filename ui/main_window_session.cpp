@@ -144,7 +144,8 @@ void MainWindow::onLoginSucceeded(const QString& username, const QString& uuid,
 {
     Settings::get().setAuth(token, username, uuid);
     updateAuthUi();
-    m_statusLabel->showText(u"Logged in as " + username);
+    m_statusLabel->showText(u"Logged in as " + username +
+                            unlessWritten(Settings::get().unwrittenFile()));
 }
 
 void MainWindow::forgetSession()

@@ -74,5 +74,8 @@ void MainWindow::saveSettings()
     // A new manifest address takes effect at once; the answer replaces the status below.
     m_versions->refreshManifest();
     m_pages->setCurrentIndex(pages::NewsList);
-    m_statusLabel->showText(QStringLiteral("Settings saved"));
+    const QString unwritten = unlessWritten(settings.unwrittenFile());
+    m_statusLabel->showText(QStringLiteral("Settings saved") + unwritten);
+    m_unwrittenSettings =
+        unwritten.isEmpty() ? unwritten : QString(u"; settings saved" + unwritten);
 }
