@@ -215,6 +215,27 @@ private Q_SLOTS:
         QCOMPARE(ProfileManager::get().profiles().first().version, QStringLiteral("2.0"));
     }
 
+    // Offline, before any manifest was kept.
+    void keepsTheVersionWhileNoneIsKnown()
+    {
+        store("A", "0.9");
+        m_driver->server().goOffline();
+        m_driver->openAndWait();
+        m_driver->click(m_driver->nav("Profiles"));
+        m_driver->doubleClickRow(list(), 0);
+        QCOMPARE(combo()->count(), 0);
+        m_driver->type("extraArgsField", QStringLiteral("-Dx=1"));
+        m_driver->click("editorSaveButton");
+        const LaunchProfile saved = ProfileManager::get().profiles().first();
+        QCOMPARE(saved.version, QStringLiteral("0.9"));
+        QCOMPARE(saved.extraJvmArgs, QStringLiteral("-Dx=1"));
+        // A new one has none to keep, not even that of the profile that was edited before.
+        openEditor();
+        m_driver->type("nameField", QStringLiteral("B"));
+        m_driver->click("editorSaveButton");
+        QCOMPARE(ProfileManager::get().find(QStringLiteral("B"))->version, QString());
+    }
+
     void savesNothingOnCancel()
     {
         store("A", "1.0");

@@ -144,6 +144,7 @@ private:
 
     QListWidget* m_profileList = nullptr;
     QString m_previousName; // of the profile in the editor; empty for a new one
+    QString m_previousVersion;
     QLineEdit* m_nameField = nullptr;
     QComboBox* m_versionCombo = nullptr;
     QSpinBox* m_xmsSpin = nullptr;

@@ -115,8 +115,9 @@ void MainWindow::showProfileEditor(const LaunchProfile* profile)
     for (const GameVersion& version : listedVersions())
         foreign_text::addEntry(m_versionCombo, versionText(version), version.id);
     // A version that the manifest no longer lists leaves the first one selected.
-    const int index = profile ? indexOfVersion(profile->version) : -1;
+    const int index = profile ? indexOfVersion(shown.version) : -1;
     m_versionCombo->setCurrentIndex(qMax(index, 0));
+    m_previousVersion = shown.version;
 
     m_pages->setCurrentIndex(pages::ProfileEditor);
     m_nameField->setFocus();
@@ -138,9 +139,12 @@ int MainWindow::indexOfVersion(const QString& id)
 
 void MainWindow::saveProfile()
 {
+    // Offline, before any manifest was kept, there is nothing to choose from: that is no choice.
+    const bool choice = m_versionCombo->count() > 0;
     const LaunchProfile profile{
-        foreign_text::valueOf(m_nameField).trimmed(), m_versionCombo->currentData().toString(),
-        m_xmsSpin->value(), m_xmxSpin->value(), foreign_text::valueOf(m_extraArgsField).trimmed()};
+        foreign_text::valueOf(m_nameField).trimmed(),
+        choice ? m_versionCombo->currentData().toString() : m_previousVersion, m_xmsSpin->value(),
+        m_xmxSpin->value(), foreign_text::valueOf(m_extraArgsField).trimmed()};
     ProfileManager& manager = ProfileManager::get();
     QString error;
     if (!manager.save(profile, m_previousName, &error)) {
