@@ -1,5 +1,7 @@
 #include "profiles/profile_manager.h"
 
+#include "app/until_nul.h"
+
 #include <QLatin1StringView>
 #include <QStringList>
 
@@ -37,8 +39,9 @@ constexpr std::array<QLatin1StringView, 17> LOCKED_ARGS{
 
 // Whole-key equality on purpose: the table guards the spellings with a separate value or an "=".
 // A glued value (-Xmx4G) or another letter case passes through.
-bool ProfileManager::isLockedArg(const QString& arg)
+bool ProfileManager::isLockedArg(const QString& argument)
 {
+    const QString arg = untilNul(argument);
     const qsizetype equals = arg.indexOf(u'=');
     const QStringView key = equals > 0 ? QStringView(arg).left(equals) : QStringView(arg);
     return std::ranges::any_of(LOCKED_ARGS, [key](QLatin1StringView name) { return key == name; });
@@ -49,7 +52,11 @@ QList<QString> ProfileManager::jvmArgsFor(const LaunchProfile& p, QString* warni
     QList<QString> args{QStringLiteral("-Xms%1m").arg(p.xms), QStringLiteral("-Xmx%1m").arg(p.xmx)};
     QStringList dropped;
     // Only the space separates; tabs stay inside tokens and no quoting is understood.
-    for (const QString& token : p.extraJvmArgs.split(u' ', Qt::SkipEmptyParts)) {
+    for (const QString& written : p.extraJvmArgs.split(u' ', Qt::SkipEmptyParts)) {
+        // Judged by what java will see, and passed as that.
+        const QString token = untilNul(written);
+        if (token.isEmpty())
+            continue;
         if (isLockedArg(token))
             dropped.append(token);
         else

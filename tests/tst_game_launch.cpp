@@ -96,6 +96,56 @@ private Q_SLOTS:
         QCOMPARE(m_events, expected);
     }
 
+    // The system's calls end every text at its first NUL: what is sorted and shown is what is
+    // passed.
+    void passesWhatItShows()
+    {
+        const QString java = useScript(printArguments);
+        const auto nul = [](const char* text) {
+            return QString::fromLatin1(text).replace(u'0', QChar(QChar::Null));
+        };
+        Settings::get().setJavaPath(java + nul("0x"));
+        QVERIFY(m_manager->launch(version, nullptr,
+                                  {nul("-Da0b"), QStringLiteral("--token"), nul("t0--offline"),
+                                   nul("0-jar"), QStringLiteral("line\n--break")}));
+        QTRY_COMPARE(lastEvent(), QStringLiteral("exit 0"));
+        const QString jar = m_manager->jarPath(version);
+        QCOMPARE(m_events.constFirst(),
+                 QString(u"> " + java + u" -Da -jar " + jar + u" --token t  line\n--break"));
+        QCOMPARE(output(), (QStringList{QStringLiteral("[-Da]"), QStringLiteral("[-jar]"),
+                                        QString(u'[' + jar + u']'), QStringLiteral("[--token]"),
+                                        QStringLiteral("[t]"), QStringLiteral("[]"),
+                                        QStringLiteral("[line"), QStringLiteral("--break]")}));
+        Settings::get().setJavaPath(nul("java0x"));
+        writeScript(RuntimeManager::javaExe(), "echo own runtime");
+        m_events.clear();
+        QVERIFY(m_manager->launch(version, nullptr, {}));
+        QTRY_COMPARE(lastEvent(), QStringLiteral("exit 0"));
+        QCOMPARE(output(), QStringList{QStringLiteral("own runtime")});
+    }
+
+    void startsNothingFromWhereNothingCanBe_data()
+    {
+        QTest::addColumn<QString>("directory");
+        QTest::addColumn<QString>("id");
+        QTest::newRow("NUL in the directory") << QString(u"a" + QString(QChar::Null)) << version;
+        QTest::newRow("NUL in the version") << QString() << QString(u"0" + QString(QChar::Null));
+        QTest::newRow("no directory") << QString() << version;
+        QTest::newRow("no version") << QString() << QString();
+    }
+
+    void startsNothingFromWhereNothingCanBe()
+    {
+        QFETCH(QString, directory);
+        QFETCH(QString, id);
+        useScript("echo never");
+        Settings::get().setGameDir(directory);
+        QString error;
+        QVERIFY(!m_manager->launch(id, &error, {}));
+        QCOMPARE(error, QStringLiteral("Version not installed"));
+        QVERIFY(m_events.isEmpty());
+    }
+
     void runsInTheGameDirectory()
     {
         useScript("pwd; echo $TEST_INHERITED");

@@ -106,6 +106,38 @@ private Q_SLOTS:
         QCOMPARE(args(p), expected);
     }
 
+    // The system's calls end an argument at its first NUL.
+    void judgesWhatJavaWillSee_data()
+    {
+        QTest::addColumn<QString>("extra");
+        QTest::addColumn<QStringList>("kept");
+        QTest::addColumn<QString>("warning");
+        const auto nul = [](const char* text) {
+            return QString::fromLatin1(text).replace(u'0', QChar(QChar::Null));
+        };
+        const auto untouched = QStringLiteral("as it was");
+        QTest::newRow("a locked one") << nul("-Da --token0x") << QStringList{QStringLiteral("-Da")}
+                                      << QStringLiteral("Ignored locked args: --token");
+        QTest::newRow("the jar") << nul("-jar0 x") << QStringList{QStringLiteral("x")}
+                                 << QStringLiteral("Ignored locked args: -jar");
+        QTest::newRow("before the sign")
+            << nul("-cp0=x") << QStringList() << QStringLiteral("Ignored locked args: -cp");
+        QTest::newRow("behind the sign") << nul("--port=10x") << QStringList()
+                                         << QStringLiteral("Ignored locked args: --port=1");
+        QTest::newRow("no locked one")
+            << nul("-Da0--token") << QStringList{QStringLiteral("-Da")} << untouched;
+        QTest::newRow("nothing before it") << nul("0-jar") << QStringList() << untouched;
+    }
+
+    void judgesWhatJavaWillSee()
+    {
+        takesTheExtraOptions();
+        QFETCH(QStringList, kept);
+        QFETCH(QString, extra);
+        if (kept.isEmpty() && extra.front() != QChar::Null)
+            QVERIFY(ProfileManager::isLockedArg(extra));
+    }
+
 private:
     static QStringList args(const LaunchProfile& p)
     {

@@ -1,6 +1,7 @@
 #include "versions/version_manager.h"
 
 #include "app/settings.h"
+#include "app/until_nul.h"
 #include "services/runtime_manager.h"
 
 #include <QDir>
@@ -11,10 +12,11 @@ namespace {
 
 constexpr int startTimeoutMs = 5000;
 
-// The launcher's own runtime stands in for an unset java path only.
+// The launcher's own runtime stands in for an unset java path only. Any other path is used as it
+// is given.
 QString javaProgram()
 {
-    const QString configured = Settings::get().javaPath();
+    const QString configured = untilNul(Settings::get().javaPath());
     const bool unset = configured.isEmpty() || configured == u"java";
     return unset && RuntimeManager::isInstalled() ? RuntimeManager::javaExe() : configured;
 }
@@ -30,8 +32,10 @@ QStringList commandLine(const QString& jarPath, const QList<QString>& extraArgs)
 {
     QStringList jvmOptions;
     QStringList gameOptions;
-    for (const QString& arg : extraArgs)
+    for (const QString& given : extraArgs) {
+        const QString arg = untilNul(given);
         (isJvmOption(arg) ? jvmOptions : gameOptions).append(arg);
+    }
     return jvmOptions << QStringLiteral("-jar") << jarPath << gameOptions;
 }
 
