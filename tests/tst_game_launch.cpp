@@ -4,8 +4,10 @@
 #include "tests/support/throwaway_home.h"
 #include "versions/version_manager.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -94,6 +96,37 @@ private Q_SLOTS:
             expected.append(QString(u'[' + argument + u']'));
         expected << QStringLiteral("process exited (code 0)") << QStringLiteral("exit 0");
         QCOMPARE(m_events, expected);
+    }
+
+    // Where java stands is not where the launcher stands.
+    void startsFromARelativeGameDirectory_data()
+    {
+        QTest::addColumn<QString>("directory");
+        QTest::newRow("a name") << QStringLiteral("games");
+        QTest::newRow("below another") << QStringLiteral("./a b/../games");
+        QTest::newRow("above") << QStringLiteral("../games");
+        QTest::newRow("like an option") << QStringLiteral("-games");
+    }
+
+    void startsFromARelativeGameDirectory()
+    {
+        QFETCH(QString, directory);
+        const QString before = QDir::currentPath();
+        QDir().mkpath(m_home->filePath(QStringLiteral("here/a b")));
+        QVERIFY(QDir::setCurrent(m_home->filePath(QStringLiteral("here"))));
+        const auto back = qScopeGuard([&before] { QDir::setCurrent(before); });
+        Settings::get().setGameDir(directory);
+        QCOMPARE(m_manager->jarPath(version),
+                 QString(directory + u"/versions/0.3/tessellan-0.3.jar"));
+        writeFile(m_manager->jarPath(version), "jar");
+        writeScript(RuntimeManager::javaExe(), "echo own runtime; cat \"$2\"; echo; pwd");
+        Settings::get().setJavaPath(QStringLiteral("java"));
+        QString error;
+        QVERIFY2(m_manager->launch(version, &error, {}), qPrintable(error));
+        QTRY_COMPARE(lastEvent(), QStringLiteral("exit 0"));
+        QCOMPARE(m_events.at(1), QString(u"  (working dir: " + directory + u')'));
+        QCOMPARE(output(), (QStringList{QStringLiteral("own runtime"), QStringLiteral("jar"),
+                                        QDir(directory).canonicalPath()}));
     }
 
     // The system's calls end every text at its first NUL: what is sorted and shown is what is

@@ -7,11 +7,13 @@
 #include "versions/version_manager.h"
 
 #include <QComboBox>
+#include <QDir>
 #include <QEvent>
 #include <QFileInfo>
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTest>
 #include <QThread>
@@ -107,6 +109,30 @@ private Q_SLOTS:
                                                              "Console")}));
         QVERIFY(m_driver->server().requests().isEmpty());
         QCOMPARE(m_driver->window().findChildren<RuntimeManager*>().size(), 1);
+    }
+
+    void leadsToTheGameInARelativeGameDirectory()
+    {
+        const QString before = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(throwaway_home::path()));
+        const auto back = qScopeGuard([&before] { QDir::setCurrent(before); });
+        m_driver->serveRuntime(PlayDriver::contentOf(QStringLiteral("runtime.zip")));
+        m_driver->serveGame({"1.0"});
+        Settings::get().setGameDir(QStringLiteral("games"));
+        m_driver->openAndWait();
+        QSignalSpy exited(&m_driver->versions(), &VersionManager::gameExited);
+        m_driver->click(m_driver->play());
+        QTRY_COMPARE_WITH_TIMEOUT(exited.size(), 1, PlayDriver::roadMs);
+        QCOMPARE(m_driver->status(), QStringLiteral("1.0 installed - launching..."));
+        const QString directory = QDir(QStringLiteral("games")).canonicalPath();
+        QCOMPARE(m_driver->said("in "), QStringList{directory});
+        QVERIFY(m_driver->consoleLines().contains(QStringLiteral("  (working dir: games)")));
+        m_driver->playToTheEnd();
+        QCOMPARE(m_driver->status(), QStringLiteral("Launched 1.0"));
+        QCOMPARE(QDir(directory).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                 (QStringList{QStringLiteral("runtime"), QStringLiteral("versions"),
+                              QStringLiteral("versions_manifest.json")}));
+        QVERIFY(QDir(directory).removeRecursively());
     }
 
     void playsWhatIsInstalledWithoutANetwork()

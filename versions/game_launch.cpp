@@ -12,13 +12,21 @@ namespace {
 
 constexpr int startTimeoutMs = 5000;
 
+// A relative game directory is one below the launcher's own directory. Java stands in the game
+// directory and would look for it below that.
+QString fromHere(const QString& path)
+{
+    return QDir::current().absoluteFilePath(path);
+}
+
 // The launcher's own runtime stands in for an unset java path only. Any other path is used as it
 // is given.
 QString javaProgram()
 {
     const QString configured = untilNul(Settings::get().javaPath());
     const bool unset = configured.isEmpty() || configured == u"java";
-    return unset && RuntimeManager::isInstalled() ? RuntimeManager::javaExe() : configured;
+    return unset && RuntimeManager::isInstalled() ? fromHere(RuntimeManager::javaExe())
+                                                  : configured;
 }
 
 // Textual on purpose, each argument by itself: "-x" goes to the JVM; "--x", and a value whatever
@@ -53,10 +61,10 @@ bool VersionManager::launch(const QString& versionId, QString* error,
     const QString program = javaProgram();
     const QString workingDir = Settings::get().gameDir();
     QDir().mkpath(workingDir);
-    const QStringList arguments = commandLine(jar, extraArgs);
+    const QStringList arguments = commandLine(fromHere(jar), extraArgs);
 
     auto* process = new QProcess(this);
-    process->setWorkingDirectory(workingDir);
+    process->setWorkingDirectory(fromHere(workingDir));
     process->setProcessChannelMode(QProcess::MergedChannels);
     Q_EMIT gameLog(u"> " + program + u' ' + arguments.join(u' '));
     Q_EMIT gameLog(u"  (working dir: " + workingDir + u')');
