@@ -251,6 +251,52 @@ private Q_SLOTS:
         QCOMPARE(installed(), QString(u"Cannot write " + jar()));
     }
 
+    // What the system would see is a file of the player's, before the NUL.
+    void overwritesNothingBeforeANul()
+    {
+        const QString mine = m_home->filePath(QStringLiteral("mine"));
+        writeFile(mine, "mine");
+        QDir().mkpath(QString(Settings::get().gameDir() + u"/versions"));
+        m_version.id = QString(u"../../mine" + QString(QChar::Null));
+        m_version.sha256.clear();
+        QVERIFY(!m_manager->isInstalled(m_version.id));
+        QVERIFY(m_manager->needsInstall(m_version));
+        QCOMPARE(installed(), QString(u"Cannot write " + jar()));
+        QCOMPARE(contentOf(mine), "mine");
+    }
+
+    void survivesOddNames_data()
+    {
+        QTest::addColumn<QString>("directory"); // below the home, unless it is absolute
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<bool>("possible");
+        const auto game = QStringLiteral("game");
+        const QString nul(QChar::Null);
+        QTest::newRow("NUL in the version") << game << QString(u"a" + nul + u"b") << false;
+        QTest::newRow("NUL in the directory")
+            << QString(u"a" + nul + u"b") << QStringLiteral("1") << false;
+        QTest::newRow("a version too long") << game << QString(300, u'x') << false;
+        QTest::newRow("a version of a megabyte") << game << QString(1024 * 1024, u'/') << false;
+        QTest::newRow("line breaks") << game << QStringLiteral("a\n\rb") << true;
+        QTest::newRow("half a character") << game << QString(QChar(0xd800)) << true;
+        QTest::newRow("blanks") << QStringLiteral("  ") << QStringLiteral(" ") << true;
+        QTest::newRow("no device") << QStringLiteral("/dev/null") << QStringLiteral("1") << false;
+    }
+
+    void survivesOddNames()
+    {
+        QFETCH(QString, directory);
+        QFETCH(QString, id);
+        QFETCH(bool, possible);
+        Settings::get().setGameDir(QDir(m_home->path()).absoluteFilePath(directory));
+        m_version.id = id;
+        QVERIFY(m_manager->needsInstall(m_version));
+        QCOMPARE(installed(), possible ? QString(u"finished " + id)
+                                       : QString(u"Cannot write " + m_manager->jarPath(id)));
+        QCOMPARE(m_manager->needsInstall(m_version), !possible);
+        QCOMPARE(m_manager->isInstalled(id), possible);
+    }
+
     // A file-size limit of the process stands for the full disk.
     void reportsAShortWriteAsFinished()
     {

@@ -5,7 +5,6 @@
 #include "services/runtime_manager.h"
 
 #include <QDir>
-#include <QFile>
 #include <QProcess>
 
 namespace {
@@ -52,8 +51,7 @@ QStringList commandLine(const QString& jarPath, const QList<QString>& extraArgs)
 bool VersionManager::launch(const QString& versionId, QString* error,
                             const QList<QString>& extraArgs)
 {
-    const QString jar = jarPath(versionId);
-    if (!QFile::exists(jar)) {
+    if (!isInstalled(versionId)) {
         if (error)
             *error = QStringLiteral("Version not installed");
         return false;
@@ -61,7 +59,7 @@ bool VersionManager::launch(const QString& versionId, QString* error,
     const QString program = javaProgram();
     const QString workingDir = Settings::get().gameDir();
     QDir().mkpath(workingDir);
-    const QStringList arguments = commandLine(fromHere(jar), extraArgs);
+    const QStringList arguments = commandLine(fromHere(jarPath(versionId)), extraArgs);
 
     auto* process = new QProcess(this);
     process->setWorkingDirectory(fromHere(workingDir));

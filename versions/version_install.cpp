@@ -19,6 +19,13 @@ bool differs(const QString& sha256, const QString& expected)
     return sha256.compare(expected, Qt::CaseInsensitive) != 0;
 }
 
+// The system would take what stands before a NUL for the whole path: some file of the player's, of
+// the manifest's choice.
+bool isUsable(const QString& path)
+{
+    return !path.contains(QChar::Null);
+}
+
 } // namespace
 
 QString VersionManager::jarPath(const QString& versionId) const
@@ -29,7 +36,8 @@ QString VersionManager::jarPath(const QString& versionId) const
 
 bool VersionManager::isInstalled(const QString& versionId) const
 {
-    return QFile::exists(jarPath(versionId));
+    const QString path = jarPath(versionId);
+    return isUsable(path) && QFile::exists(path);
 }
 
 bool VersionManager::needsInstall(const GameVersion& v) const
@@ -72,9 +80,10 @@ void VersionManager::onJarDownloaded(const GameVersion& v, const QString& error,
         return;
     }
     const QString path = jarPath(v.id);
-    QDir().mkpath(QFileInfo(path).absolutePath());
     QFile jar(path);
-    if (!jar.open(QIODevice::WriteOnly)) {
+    if (isUsable(path))
+        QDir().mkpath(QFileInfo(path).absolutePath());
+    if (!isUsable(path) || !jar.open(QIODevice::WriteOnly)) {
         Q_EMIT installFailed(QStringLiteral("Cannot write ") + path);
         return;
     }
