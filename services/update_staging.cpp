@@ -24,12 +24,12 @@ constexpr qint64 unpackingMs = 8;
 
 // The paths are not escaped: one that holds a single quote breaks the script before it has moved
 // anything.
-const auto scriptTemplate = QStringLiteral("#!/bin/sh\n"
-                                           "while kill -0 %1 2>/dev/null; do sleep 0.5; done\n"
-                                           "mv '%2' '%3' || exit 1\n"
-                                           "chmod +x '%3'\n"
-                                           "'%3' &\n"
-                                           "rm -f \"$0\"\n");
+constexpr QStringView scriptTemplate = u"#!/bin/sh\n"
+                                       "while kill -0 %1 2>/dev/null; do sleep 0.5; done\n"
+                                       "mv '%2' '%3' || exit 1\n"
+                                       "chmod +x '%3'\n"
+                                       "'%3' &\n"
+                                       "rm -f \"$0\"\n";
 
 QString runningExe()
 {
@@ -88,8 +88,9 @@ bool startScript()
     if (QDir::tempPath().isEmpty())
         return false;
     const QString script = scriptPath();
-    const QString text =
-        scriptTemplate.arg(QCoreApplication::applicationPid()).arg(stagedPath(), runningExe());
+    const QString text = scriptTemplate.toString()
+                             .arg(QCoreApplication::applicationPid())
+                             .arg(stagedPath(), runningExe());
     if (!writeScript(script, text.toLocal8Bit()))
         return false;
     if (QProcess::startDetached(QStringLiteral("/bin/sh"), {script}))
