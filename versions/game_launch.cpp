@@ -62,7 +62,7 @@ bool VersionManager::launch(const QString& versionId, QString* error,
     const QStringList arguments = commandLine(fromHere(jarPath(versionId)), extraArgs);
 
     auto* process = new QProcess(this);
-    process->setWorkingDirectory(fromHere(workingDir));
+    process->setWorkingDirectory(workingDir);
     process->setProcessChannelMode(QProcess::MergedChannels);
     Q_EMIT gameLog(u"> " + program + u' ' + arguments.join(u' '));
     Q_EMIT gameLog(u"  (working dir: " + workingDir + u')');
