@@ -15,6 +15,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QStackedWidget>
 #include <QTest>
 #include <QTextBrowser>
 #include <QToolButton>
@@ -218,6 +219,47 @@ private Q_SLOTS:
         QCOMPARE(m_driver->page(), 3);
         m_driver->click("editorSaveButton");
         QCOMPARE(ProfileManager::get().find(QStringLiteral("P"))->extraJvmArgs, options);
+    }
+
+    void listsTheFirstOfTooManyNews()
+    {
+        QList<NewsItem> news;
+        for (int i = 0; i < 6000; ++i)
+            news.append({QString::number(i), {}, QStringLiteral("body %1").arg(i)});
+        m_driver->serveManifest({}, news);
+        m_driver->openAndWait();
+        auto* list = m_driver->find<QListWidget>("newsList");
+        QCOMPARE(list->count(), 5000);
+        list->setCurrentRow(4999);
+        list->setFocus();
+        QTest::keyClick(list, Qt::Key_Return);
+        QCOMPARE(m_driver->find<QTextBrowser>("newsBody")->toPlainText(),
+                 QStringLiteral("body 4999"));
+    }
+
+    void breaksLongErrorsOnTheAccountPage()
+    {
+        const QString error(900, u'W');
+        m_driver->server().answer(
+            "/auth/rename",
+            HttpAnswer::json(QByteArray("{\"error\":\"" + error.toUtf8() + "\"}"), 400));
+        m_driver->openAndWait();
+        m_driver->click(m_driver->nav("Profile"));
+        auto* label = m_driver->find<QLabel>("renameStatus");
+        for (auto* button : m_driver->pages()->widget(4)->findChildren<QPushButton*>()) {
+            if (button->text() == u"Change")
+                m_driver->click(button);
+        }
+        QTRY_VERIFY(!label->text().isEmpty());
+        QTest::qWait(0);
+        // As the label breaks its lines: between words alone.
+        const QRect room(0, 0, label->width(), 10'000);
+        const QRect drawn =
+            label->fontMetrics().boundingRect(room, Qt::TextWordWrap, label->text());
+        QVERIFY2(drawn.width() <= label->width(), qPrintable(QString::number(drawn.width())));
+        QVERIFY(label->height() >= drawn.height());
+        QCOMPARE(label->accessibleDescription(), error);
+        QCOMPARE(QString(label->text()).remove(QChar(0x200b)), error);
     }
 
     // Of the versions that are too many to list, a profile may name one.

@@ -1,5 +1,6 @@
 #include "app/settings.h"
 #include "profiles/profile_manager.h"
+#include "services/auth_client.h"
 #include "tests/support/throwaway_home.h"
 #include "tests/support/window_driver.h"
 #include "ui/main_window.h"
@@ -166,6 +167,16 @@ private Q_SLOTS:
         press(Qt::Key_Space);
         QTRY_COMPARE(m_driver->status(), u"Logged out"_s);
         QCOMPARE(focused(), m_driver->findWidget("usernameField"));
+    }
+
+    // PLAY comes back when the session ends, but out of sight: no place for the keyboard.
+    void keepsTheKeyboardInSightWhenTheSessionEndsDuringADownload()
+    {
+        startDownloadByKeyboard();
+        m_driver->server().answer("/auth/logout", HttpAnswer::json("{}"));
+        m_driver->auth().logout(u"secret"_s);
+        QTRY_COMPARE(m_driver->status(), u"Logged out"_s);
+        QVERIFY(focused()->isVisible());
     }
 
     void leavesTheKeyboardWhereSomebodyTypes()

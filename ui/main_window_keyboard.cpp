@@ -20,7 +20,7 @@ void MainWindow::enablePlay(bool enabled)
     m_playButton->setEnabled(enabled);
     if (enabled && m_playAwaitsFocus) {
         m_playAwaitsFocus = false;
-        if (m_launchSelector == focusWidget())
+        if (m_launchSelector == focusWidget() && !m_playButton->isHidden())
             m_playButton->setFocus();
     }
 }
@@ -45,10 +45,11 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event)
     return false;
 }
 
-// After a sign-in or a sign-out, for a keyboard that was on what is hidden now.
+// After a sign-in or a sign-out, for a keyboard that was on what is hidden now. Who types elsewhere
+// goes on typing there.
 void MainWindow::placeKeyboard(const QWidget* before, bool signedIn)
 {
-    if (!before || before->isVisibleTo(this))
+    if (!before || !before->isHidden())
         return;
     if (signedIn)
         m_playButton->setFocus();

@@ -36,6 +36,7 @@ void MainWindow::buildNewsPages()
     auto* listPage = new QWidget(this);
     auto* listLayout = pages::makeLayout(listPage);
     m_newsList = pages::makeList(QStringLiteral("newsList"), QStringLiteral("News"), listPage);
+    m_newsList->setTextElideMode(Qt::ElideMiddle); // the date stands at the end
     listLayout->addWidget(m_newsList);
     connect(m_newsList, &QListWidget::itemClicked, this, &MainWindow::openNews);
     // The Return key's way in; a double click opens the same item once more.
