@@ -1,7 +1,9 @@
 #include "services/reply_taker.h"
 
+#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QPointer>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -62,13 +64,20 @@ bool isWholeRange(const QNetworkReply* reply, qint64 size)
            match.captured(2).toLongLong() == size;
 }
 
-// Not from within the reply's own signals, which the network layer cannot stand; nor when it has
-// failed already, and is about to say so.
-void end(QNetworkReply* reply)
+// From the event loop: the network layer cannot stand an abort from within its own signals. Nor
+// when it has failed already; what it would still say of this reply goes with it.
+void endLater(QNetworkReply* reply)
 {
-    reply->deleteLater();
-    if (reply->error() == QNetworkReply::NoError)
-        reply->abort();
+    QMetaObject::invokeMethod(
+        reply->manager(),
+        [reply = QPointer(reply)] {
+            if (!reply)
+                return;
+            if (reply->error() == QNetworkReply::NoError)
+                reply->abort();
+            delete reply.data();
+        },
+        Qt::QueuedConnection);
 }
 
 } // namespace
@@ -80,6 +89,7 @@ ReplyTaker::ReplyTaker(QNetworkReply* reply, http::Exchange exchange)
     connect(reply, &QNetworkReply::metaDataChanged, this, &ReplyTaker::onHead);
     connect(reply, &QNetworkReply::readyRead, this, &ReplyTaker::onData);
     connect(reply, &QNetworkReply::finished, this, &ReplyTaker::onFinished);
+    connect(reply, &QNetworkReply::errorOccurred, this, &ReplyTaker::onError, Qt::QueuedConnection);
     connect(m_exchange.context, &QObject::destroyed, this, &ReplyTaker::onContextEnd);
     if (m_exchange.progress)
         connect(reply, &QNetworkReply::downloadProgress, this,
@@ -122,12 +132,26 @@ void ReplyTaker::onFinished()
     deliver(errorText());
 }
 
+// When a body cannot be unpacked, the network layer fails, and fails again with all that still
+// arrives, which it complains about; and because nobody reads that, it may never finish.
+void ReplyTaker::onError()
+{
+    if (isCompressed(m_reply) && statusOf(m_reply).value_or(200) < 300)
+        m_reply->QIODevice::close(); // the network layer's own would fail once more
+    QMetaObject::invokeMethod(this, &ReplyTaker::finishFailed, Qt::QueuedConnection);
+}
+
+void ReplyTaker::finishFailed()
+{
+    if (m_exchange.done)
+        onFinished();
+}
+
 void ReplyTaker::onContextEnd()
 {
     m_exchange = {};
     m_reply->disconnect(this);
-    QMetaObject::invokeMethod(
-        m_reply, [reply = m_reply] { end(reply); }, Qt::QueuedConnection);
+    endLater(m_reply);
 }
 
 bool ReplyTaker::fits(qint64 more) const
@@ -146,12 +170,8 @@ void ReplyTaker::refuse(const QString& error)
 {
     m_reply->disconnect(this);
     QMetaObject::invokeMethod(
-        this,
-        [this, error] {
-            end(m_reply);
-            deliver(error);
-        },
-        Qt::QueuedConnection);
+        this, [this, error] { deliver(error); }, Qt::QueuedConnection);
+    endLater(m_reply);
 }
 
 QString ReplyTaker::errorText() const

@@ -22,6 +22,8 @@ private:
     void onHead();
     void onData();
     void onFinished();
+    void onError();
+    void finishFailed();
     void onContextEnd();
     bool fits(qint64 more) const;
     void refuseLength();

@@ -71,6 +71,11 @@ void send(QTcpSocket* socket, const HttpAnswer& answer)
 {
     if (answer.stallAfter && *answer.stallAfter < 0)
         return;
+    if (answer.raw) {
+        socket->write(*answer.raw);
+        socket->disconnectFromHost();
+        return;
+    }
     socket->write(headOf(answer));
     if (answer.endless) {
         const auto refill = [socket, body = answer.body] {

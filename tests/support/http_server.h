@@ -46,6 +46,7 @@ struct HttpAnswer
     std::optional<qint64> stallAfter;      // body bytes, then silence; -1: not even a status line
     bool trickles = false;                 // no silence after stallAfter: a byte now and then
     bool endless = false;                  // the body again and again
+    std::optional<QByteArray> raw;         // these bytes instead of all that, then the end
 
     HttpAnswer& addHeader(const QByteArray& name, const QByteArray& value);
 

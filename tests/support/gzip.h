@@ -1,0 +1,6 @@
+#pragma once
+
+#include <QByteArray>
+
+// Compressed as a web server does it.
+QByteArray gzip(const QByteArray& content);
