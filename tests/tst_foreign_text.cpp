@@ -98,7 +98,7 @@ private Q_SLOTS:
         QVERIFY(foreign_text::spoken(text).size() <= 10'000);
         QVERIFY(foreign_text::consoleBlock(text).size() <= 20'000);
         const QString article = foreign_text::article(text);
-        QVERIFY(article.size() <= 510'000);
+        QVERIFY(article.size() <= 310'000);
         QVERIFY(article.startsWith(u"start"));
         for (const QString& paragraph : article.split(u'\n'))
             QVERIFY(paragraph.size() <= 10'000);

@@ -115,7 +115,7 @@ private:
         step(when, "arrival", [this] { Q_EMIT m_driver->versions().manifestReady(false); });
         step(when, "paint", [this] { m_driver->window().grab(); });
         auto* list = m_driver->find<QListWidget>("newsList");
-        step(when, "hover over the list", [this, list] { hoverOver(list); });
+        step(when, "hover over the list", [list] { hoverOver(list); });
     }
 
     void verifyNoPageIsSlow(const char* when)

@@ -139,8 +139,8 @@ private Q_SLOTS:
         QTest::newRow("one word") << QStringLiteral("W").repeated(5000);
         QTest::newRow("many words") << QStringLiteral("Ada ").repeated(2000);
         QTest::newRow("many lines") << QStringLiteral("Ada\n").repeated(2000);
-        QTest::newRow("line separators") << QStringLiteral("Ada\u2028").repeated(16);
-        QTest::newRow("paragraph separators") << QStringLiteral("Ada\u2029").repeated(16);
+        QTest::newRow("line separators") << QStringLiteral("Ada\u2028").repeated(500);
+        QTest::newRow("paragraph separators") << QStringLiteral("Ada\u2029").repeated(500);
         QTest::newRow("no-break spaces") << QString(5000, QChar(0xa0));
         QTest::newRow("combining marks") << QString(5000, QChar(0x301));
     }
@@ -173,12 +173,13 @@ private Q_SLOTS:
         QString shown = m_driver->find<QTextBrowser>("newsBody")->toPlainText();
         QVERIFY(shown.endsWith(u"\n…"));
         shown.remove(u'\n').chop(1);
-        QVERIFY(shown.size() >= 500'000);
+        QVERIFY(shown.size() >= 300'000);
         QVERIFY(body.startsWith(shown));
         QVERIFY2(clock.elapsed() < 10'000, qPrintable(QString::number(clock.elapsed())));
     }
 
-    // The first as the layout of it never came back, the others as it took minutes.
+    // From some three million characters on the layout never came back; of what has no width or no
+    // blank much less took minutes.
     void opensAnArticleOfOneParagraph_data()
     {
         QTest::addColumn<QString>("body");
@@ -197,7 +198,7 @@ private Q_SLOTS:
         Heartbeat heartbeat;
         m_driver->clickRow(m_driver->find<QListWidget>("newsList"), 0);
         QTest::qWait(50);
-        QVERIFY2(heartbeat.longestProcessorMs() < 2000,
+        QVERIFY2(heartbeat.longestProcessorMs() < maxGapMs,
                  qPrintable(QString::number(heartbeat.longestProcessorMs())));
         QVERIFY(m_driver->find<QTextBrowser>("newsBody")->toPlainText().startsWith(body.left(1)) ||
                 body[0] == QChar(0x2028) || body[0] == QChar(0xa0));
@@ -214,7 +215,7 @@ private Q_SLOTS:
         m_driver->window().grab();
         m_driver->doubleClickRow(m_driver->find<QListWidget>("profileList"), 0);
         QTest::qWait(20);
-        QVERIFY2(heartbeat.longestProcessorMs() < 1500,
+        QVERIFY2(heartbeat.longestProcessorMs() < maxGapMs,
                  qPrintable(QString::number(heartbeat.longestProcessorMs())));
         QCOMPARE(m_driver->page(), 3);
         m_driver->click("editorSaveButton");
@@ -329,6 +330,12 @@ private Q_SLOTS:
     }
 
 private:
+#ifdef __SANITIZE_ADDRESS__
+    static constexpr qint64 maxGapMs = 1500;
+#else
+    static constexpr qint64 maxGapMs = 200;
+#endif
+
     // Runs an installed version whose java is a shell script, until it has ended.
     void runGame(const QByteArray& commands)
     {

@@ -101,6 +101,10 @@ private Q_SLOTS:
         const int top = name->mapTo(area->widget(), QPoint()).y();
         area->verticalScrollBar()->setValue(top + name->height() - 6);
         const int before = area->verticalScrollBar()->value();
+        QVERIFY(before > 0);
+        m_driver->nav("News")->setFocus(Qt::TabFocusReason);
+        QApplication::setActiveWindow(&m_driver->window());
+        QCOMPARE(QApplication::focusWidget(), m_driver->nav("News"));
         QTest::mousePress(name, Qt::LeftButton, {}, QPoint(20, name->height() - 3));
         QCOMPARE(focused(), name);
         QCOMPARE(area->verticalScrollBar()->value(), before);
@@ -177,6 +181,7 @@ private Q_SLOTS:
         m_driver->auth().logout(u"secret"_s);
         QTRY_COMPARE(m_driver->status(), u"Logged out"_s);
         QVERIFY(focused()->isVisible());
+        QCOMPARE(QApplication::focusWidget(), focused());
     }
 
     void leavesTheKeyboardWhereSomebodyTypes()

@@ -26,7 +26,7 @@ constexpr qsizetype maxNameChars = 100;
 constexpr qsizetype maxToolTipChars = 1500; // some 25 lines
 constexpr qsizetype maxSpokenChars = 10'000;
 constexpr qsizetype maxConsoleChars = 20'000;
-constexpr qsizetype maxArticleChars = 500'000;
+constexpr qsizetype maxArticleChars = 300'000;
 constexpr qsizetype maxArticleParagraphs = 20'000;
 // A paragraph is laid out at once, and from about three million characters on for ever.
 constexpr qsizetype maxArticleParagraphChars = 10'000;

@@ -20,7 +20,7 @@ void MainWindow::enablePlay(bool enabled)
     m_playButton->setEnabled(enabled);
     if (enabled && m_playAwaitsFocus) {
         m_playAwaitsFocus = false;
-        if (m_launchSelector == focusWidget() && !m_playButton->isHidden())
+        if (m_launchSelector == focusWidget())
             m_playButton->setFocus();
     }
 }
