@@ -24,6 +24,8 @@ public:
         : m_path(QFile::encodeName(QFileInfo(path).canonicalFilePath()))
         , m_link(m_path + '.' + QByteArray::number(getpid()))
     {
+        if (m_path.isEmpty())
+            return;
         unlink(m_link.constData()); // of an earlier process that crashed
         m_linked = link(m_path.constData(), m_link.constData()) == 0;
     }
@@ -80,12 +82,12 @@ SettingsStore::SettingsStore() : QSettings(QStringLiteral("Tessellan"), QStringL
     private_file::repair(fileName());
 }
 
+// QSettings writes what still waits when it is destroyed, and nobody would look at the result.
+// After write() nothing waits, whether it succeeded or not.
 SettingsStore::~SettingsStore()
 {
     if (m_pending)
         write();
-    // Destroyed with a change still waiting, QSettings would write once more, and unwatched: the
-    // event that write() delivers has made it forget that anything waits.
 }
 
 void SettingsStore::setValue(QAnyStringView key, const QVariant& value)
@@ -129,6 +131,14 @@ bool SettingsStore::event(QEvent* event)
     return true;
 }
 
+// What its own event does, when the event loop comes round to it: writes what waits, reads what
+// changed.
+void SettingsStore::letQSettingsUpdate()
+{
+    QEvent request(QEvent::UpdateRequest);
+    QSettings::event(&request);
+}
+
 // Returns what the file should hold when it was written and is not whole; the earlier one then
 // stands in its place again.
 std::optional<QVariantMap> SettingsStore::write()
@@ -136,8 +146,7 @@ std::optional<QVariantMap> SettingsStore::write()
     private_file::make(fileName());
     putAsideWhatIsNoLock(fileName());
     EarlierFile earlier(fileName());
-    QEvent request(QEvent::UpdateRequest);
-    QSettings::event(&request);
+    letQSettingsUpdate();
     // As QSettings believes to have written it, merged with what another launcher wrote meanwhile.
     QVariantMap believed = everything();
     // A status that was bad once stays bad; one of its own tells how this write went.
@@ -154,7 +163,7 @@ std::optional<QVariantMap> SettingsStore::write()
 // attempt at once: that would be tried for ever.
 void SettingsStore::holdAgainstTheFile(const QVariantMap& wanted)
 {
-    sync(); // nothing waits to be written: it reads
+    letQSettingsUpdate(); // nothing waits to be written: it reads
     for (const QString& key : allKeys()) {
         if (!wanted.contains(key))
             QSettings::remove(key);

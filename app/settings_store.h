@@ -34,6 +34,7 @@ protected:
 
 private:
     void beginChange();
+    void letQSettingsUpdate();
     std::optional<QVariantMap> write();
     void holdAgainstTheFile(const QVariantMap& wanted);
     QVariantMap everything() const;
