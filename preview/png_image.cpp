@@ -1,9 +1,12 @@
 #include "preview/png_image.h"
 
+#include "preview/png_stream.h"
+
 #include <QByteArrayView>
 #include <QtEndian>
 
-#include <array>
+#include <algorithm>
+#include <optional>
 
 #include <zlib.h>
 
@@ -13,85 +16,142 @@ constexpr char signature[] = "\x89PNG\r\n\x1a\n";
 constexpr qsizetype signatureSize = 8;
 constexpr qsizetype chunkFrame = 12; // length, type, checksum
 constexpr qsizetype headerSize = 13;
+constexpr qsizetype maxJoined = 1024 * 1024; // of pixel data in a chunk
+constexpr int maxChunks = 10'000;            // once joined; a picture needs 130 at most
 
-struct Size
+QByteArray chunk(QByteArrayView type, QByteArrayView data)
 {
-    quint32 width = 0;
-    quint32 height = 0;
+    QByteArray bytes(4, '\0');
+    qToBigEndian(static_cast<quint32>(data.size()), bytes.data());
+    bytes.append(type).append(data).append(4, '\0');
+    const auto* summed = reinterpret_cast<const Bytef*>(bytes.constData() + 4);
+    const auto sum = crc32_z(0, summed, static_cast<z_size_t>(bytes.size() - 8));
+    qToBigEndian(static_cast<quint32>(sum), bytes.data() + bytes.size() - 4);
+    return bytes;
+}
 
-    bool isAcceptable() const { return width <= maxPngSide && height <= maxPngSide; }
-    // No picture of this size is longer before compression, whatever its kind: up to eight bytes a
-    // pixel, a filter byte a line, and interlacing less than doubles the lines.
-    qsizetype maxPixelBytes() const { return static_cast<qsizetype>(8 * width + 2) * height * 2; }
+bool isIntact(QByteArrayView chunk)
+{
+    const auto* summed = reinterpret_cast<const Bytef*>(chunk.data() + 4);
+    return crc32_z(0, summed, static_cast<z_size_t>(chunk.size() - 8)) ==
+           qFromBigEndian<quint32>(chunk.last(4).data());
+}
+
+// By the letters of their types: what a reader may skip, but for the transparency of a palette.
+bool isBesideThePicture(QByteArrayView type)
+{
+    const auto isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+    return std::ranges::all_of(type, isLetter) && (type.front() & 0x20) != 0 && type != "tRNS";
+}
+
+// The same picture as cheap to read as it can be. Where chunks were that are no part of it, one
+// empty text stands in for them: their place can decide whether a file is well-formed.
+class BarePng
+{
+public:
+    explicit BarePng(QByteArrayView file)
+        : m_rest(file.sliced(signatureSize)), m_bare(file.first(signatureSize).toByteArray())
+    {
+    }
+
+    // Empty when the file must not reach the decoder.
+    QByteArray make()
+    {
+        while (!m_atEnd && m_rest.size() >= chunkFrame) {
+            const qsizetype length = qFromBigEndian<quint32>(m_rest.data());
+            if (length > m_rest.size() - chunkFrame)
+                break;
+            if (!take(m_rest.first(chunkFrame + length)) || m_chunks > maxChunks)
+                return {};
+            m_rest = m_rest.sliced(chunkFrame + length);
+        }
+        writePixels();
+        // A file cut within a chunk can still be a picture if that is its last one.
+        if (!m_atEnd && (m_rest.size() < 8 || !isBesideThePicture(m_rest.sliced(4, 4))))
+            m_bare.append(m_rest);
+        return m_bare;
+    }
+
+private:
+    bool take(QByteArrayView chunk)
+    {
+        const QByteArrayView type = chunk.sliced(4, 4);
+        const QByteArrayView data = chunk.sliced(8, chunk.size() - chunkFrame);
+        if (m_stream && isBesideThePicture(type)) {
+            takeSideChunk();
+            return true;
+        }
+        if (m_stream && type == "IDAT" && isIntact(chunk))
+            return takePixels(data);
+        if (!m_stream && type == "IHDR" && data.size() == headerSize) {
+            m_stream.emplace(data);
+            if (m_stream->width() > maxPngSide || m_stream->height() > maxPngSide)
+                return false;
+        }
+        write(chunk);
+        m_atEnd = type == "IEND";
+        return true;
+    }
+
+    void takeSideChunk()
+    {
+        if (!m_isBesideNow)
+            write(chunk("tEXt", {}));
+        m_isBesideNow = true;
+    }
+
+    bool takePixels(QByteArrayView data)
+    {
+        if (m_pixels.size() + data.size() > maxJoined)
+            writePixels();
+        m_isBesideNow = false;
+        m_hasPixels = true;
+        m_pixels.append(data);
+        return m_stream->take(data);
+    }
+
+    void writePixels()
+    {
+        if (m_hasPixels)
+            m_bare.append(chunk("IDAT", m_pixels));
+        m_hasPixels = false;
+        m_pixels.clear();
+    }
+
+    void write(QByteArrayView bytes)
+    {
+        writePixels();
+        m_isBesideNow = false;
+        m_bare.append(bytes);
+        ++m_chunks;
+    }
+
+    QByteArrayView m_rest;
+    QByteArray m_bare;
+    QByteArray m_pixels; // joined, not written yet
+    bool m_hasPixels = false;
+    bool m_isBesideNow = false; // the last thing written stands for side chunks
+    bool m_atEnd = false;
+    int m_chunks = 0;
+    std::optional<PngStream> m_stream; // once the header is known
 };
-
-bool isPartOfThePicture(QByteArrayView type)
-{
-    return type == "IHDR" || type == "PLTE" || type == "tRNS" || type == "IDAT" || type == "IEND";
-}
-
-// Qt's reader inflates what follows the last pixel as well, at the price of seconds.
-bool inflatesToAtMost(QByteArray deflated, qsizetype limit)
-{
-    z_stream stream = {};
-    if (inflateInit(&stream) != Z_OK)
-        return false;
-    stream.next_in = reinterpret_cast<Bytef*>(deflated.data());
-    stream.avail_in = static_cast<uInt>(deflated.size());
-    std::array<Bytef, 32768> scratch;
-    qsizetype total = 0;
-    int state = Z_OK;
-    while (state == Z_OK && total <= limit) {
-        stream.next_out = scratch.data();
-        stream.avail_out = scratch.size();
-        state = inflate(&stream, Z_NO_FLUSH);
-        total += static_cast<qsizetype>(scratch.size() - stream.avail_out);
-    }
-    inflateEnd(&stream);
-    return total <= limit;
-}
-
-// The same picture without anything else in the file; empty when it is not a whole PNG or costs
-// more to read than its pixels.
-QByteArray bareChunks(const QByteArray& bytes)
-{
-    if (!bytes.startsWith(QByteArrayView(signature, signatureSize)))
-        return {};
-    QByteArray bare = bytes.first(signatureSize);
-    QByteArray pixels;
-    Size size;
-    QByteArrayView rest = QByteArrayView(bytes).sliced(signatureSize);
-    while (rest.size() >= chunkFrame) {
-        const qsizetype length = qFromBigEndian<quint32>(rest.data());
-        if (length > rest.size() - chunkFrame)
-            return {};
-        const QByteArrayView type = rest.sliced(4, 4);
-        const QByteArrayView data = rest.sliced(8, length);
-        const bool isHeader = type == "IHDR";
-        if (isHeader != (bare.size() == signatureSize) || (isHeader && length != headerSize))
-            return {};
-        if (isHeader)
-            size = {qFromBigEndian<quint32>(data.data()), qFromBigEndian<quint32>(data.data() + 4)};
-        if (!size.isAcceptable())
-            return {};
-        if (type == "IDAT")
-            pixels.append(data);
-        if (isPartOfThePicture(type))
-            bare.append(rest.first(chunkFrame + length));
-        if (type == "IEND")
-            return inflatesToAtMost(pixels, size.maxPixelBytes()) ? bare : QByteArray();
-        rest = rest.sliced(chunkFrame + length);
-    }
-    return {};
-}
 
 } // namespace
 
 QImage decodePng(const QByteArray& bytes)
 {
+    if (!bytes.startsWith(QByteArrayView(signature, signatureSize)))
+        return {};
     QImage image;
-    const QByteArray bare = bareChunks(bytes);
+    const QByteArray bare = BarePng(bytes).make();
     if (bare.isEmpty() || !image.loadFromData(bare, "PNG"))
         return {};
     return image;
+}
+
+QImage fittedInto(const QImage& image, int maxSide)
+{
+    if (image.width() <= maxSide && image.height() <= maxSide)
+        return image;
+    return image.scaled(qMin(image.width(), maxSide), qMin(image.height(), maxSide));
 }

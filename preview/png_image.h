@@ -3,11 +3,15 @@
 #include <QByteArray>
 #include <QImage>
 
-// The image of a PNG from outside, or a null image: not a PNG, cut, damaged, larger than maxPngSide
-// pixels on a side, or with more packed into it than its pixels. Only the chunks that make up the
-// picture reach the decoder: a few hundred kilobytes of compressed text in the others would cost it
-// seconds and gigabytes.
+// The image of a PNG from outside, or a null image. Takes what Qt's own reader takes, with the same
+// pixels, but refuses before it costs anything what is larger than maxPngSide on a side, holds more
+// compressed data than its pixels, or is cut into a senseless number of chunks. What is no part of
+// the picture never reaches the decoder: a few hundred kilobytes of compressed text would cost it
+// seconds and gigabytes. Any thread.
 QImage decodePng(const QByteArray& bytes);
 
-// The largest texture that every OpenGL 3.3 machine takes.
-constexpr int maxPngSide = 1024;
+// 64 MB as pixels of four bytes.
+constexpr int maxPngSide = 4096;
+
+// The image, made smaller where it is larger than maxSide, for a driver that takes no more.
+QImage fittedInto(const QImage& image, int maxSide);

@@ -42,9 +42,10 @@ private Q_SLOTS:
         QTest::addColumn<bool>("taken");
         QTest::newRow("one pixel") << QSize(1, 1) << true;
         QTest::newRow("flat") << QSize(128, 64) << true;
-        QTest::newRow("largest") << QSize(1024, 1024) << true;
-        QTest::newRow("too wide") << QSize(1025, 1) << false;
-        QTest::newRow("too high") << QSize(1, 1025) << false;
+        QTest::newRow("larger than any skin") << QSize(1025, 1025) << true;
+        QTest::newRow("largest") << QSize(4096, 4096) << true;
+        QTest::newRow("too wide") << QSize(4097, 1) << false;
+        QTest::newRow("too high") << QSize(1, 4097) << false;
     }
 
     void takesEverySizeUpToItsLimit()
@@ -96,6 +97,17 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, bytes);
         QVERIFY(decodePng(bytes).isNull());
+    }
+
+    void fitsIntoWhatADriverTakes()
+    {
+        QImage image(300, 20, QImage::Format_RGB888);
+        image.fill(Qt::red);
+        image.setPixelColor(299, 19, Qt::blue);
+        QCOMPARE(fittedInto(image, 300), image);
+        const QImage fitted = fittedInto(image, 100);
+        QCOMPARE(fitted.size(), QSize(100, 20));
+        QCOMPARE(fitted.pixelColor(0, 0), QColor(Qt::red));
     }
 
     void readsATextBombAtThePriceOfItsPicture()
