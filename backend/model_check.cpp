@@ -9,15 +9,41 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int reasonsShown = 12;
+constexpr qsizetype reasonsShown = 12;
 constexpr int nameShown = 40;
 
-Refusal refused(const QStringList& reasons)
+// The first reasons in words, the others in number alone: a file of two megabytes can give a
+// million.
+class Reasons
 {
-    Refusal refusal{422, u"The model was refused"_s, reasons.mid(0, reasonsShown)};
-    if (reasons.size() > reasonsShown)
-        refusal.reasons.append(u"and %1 more"_s.arg(reasons.size() - reasonsShown));
-    return refusal;
+public:
+    template <typename Words>
+    void add(const Words& words)
+    {
+        if (++m_count <= reasonsShown)
+            m_shown.append(words());
+    }
+
+    bool isEmpty() const { return m_count == 0; }
+
+    Refusal refusal() const
+    {
+        Refusal refusal{422, u"The model was refused"_s, m_shown};
+        if (m_count > reasonsShown)
+            refusal.reasons.append(u"and %1 more"_s.arg(m_count - reasonsShown));
+        return refusal;
+    }
+
+private:
+    QStringList m_shown;
+    qsizetype m_count = 0;
+};
+
+Refusal refused(const QString& reason)
+{
+    Reasons reasons;
+    reasons.add([&] { return reason; });
+    return reasons.refusal();
 }
 
 bool isTriple(const QJsonValue& value)
@@ -26,22 +52,29 @@ bool isTriple(const QJsonValue& value)
     return array.size() == 3 && array[0].isDouble() && array[1].isDouble() && array[2].isDouble();
 }
 
-QStringList faultsOfElements(const QJsonArray& elements)
+QString shownName(const QJsonObject& element, qsizetype index)
 {
-    QStringList faults;
-    for (qsizetype i = 0; i < elements.size(); ++i) {
-        const QJsonObject element = elements[i].toObject();
-        const QString name = element[u"name"].toString().left(nameShown);
-        const QString shown =
-            name.isEmpty() ? u"element %1"_s.arg(i + 1) : u"element %1 (%2)"_s.arg(i + 1).arg(name);
+    const QString name = element[u"name"].toString().left(nameShown);
+    return name.isEmpty() ? u"element %1"_s.arg(index + 1)
+                          : u"element %1 (%2)"_s.arg(index + 1).arg(name);
+}
+
+void addFaultsOfElements(const QJsonArray& elements, Reasons& reasons)
+{
+    qsizetype index = 0;
+    for (const auto& value : elements) {
+        const QJsonObject element = value.toObject();
         if (!element[u"box_uv"].toBool())
-            faults.append(u"%1 does not use box UV"_s.arg(shown));
-        for (const QString& corner : {u"from"_s, u"to"_s}) {
+            reasons.add([&] { return u"%1 does not use box UV"_s.arg(shownName(element, index)); });
+        for (const QStringView corner : {u"from", u"to"}) {
             if (!isTriple(element[corner]))
-                faults.append(u"%1 needs \"%2\" of three numbers"_s.arg(shown, corner));
+                reasons.add([&] {
+                    return u"%1 needs \"%2\" of three numbers"_s.arg(shownName(element, index),
+                                                                     corner);
+                });
         }
+        ++index;
     }
-    return faults;
 }
 
 } // namespace
@@ -53,22 +86,25 @@ Outcome<QByteArray> accept(const QByteArray& upload)
     QJsonParseError parsed;
     const QJsonDocument document = QJsonDocument::fromJson(upload, &parsed);
     if (parsed.error == QJsonParseError::DeepNesting)
-        return refused({u"it is nested too deep"_s});
+        return refused(u"it is nested too deep"_s);
     if (parsed.error != QJsonParseError::NoError)
-        return refused({u"it is not JSON"_s});
+        return refused(u"it is not JSON"_s);
     if (!document.isObject())
-        return refused({u"it is not a JSON object"_s});
+        return refused(u"it is not a JSON object"_s);
 
-    QStringList reasons = faultsOfElements(document[u"elements"].toArray());
-    // The preview has the last word: what it would not show is not kept.
-    const QByteArray kept = document.toJson(QJsonDocument::Compact);
-    const ImportedModel imported = importModel(kept);
-    const bool told = imported.refusal.startsWith("every element"_L1);
-    if (!imported.refusal.isEmpty() && !told)
-        reasons.prepend(imported.refusal);
+    // What the preview would not show is not kept.
+    const ImportedModel imported = importShape(document);
+    Reasons reasons;
+    if (!imported.refusal.isEmpty() && !imported.refusal.startsWith("every element"_L1))
+        reasons.add([&] { return imported.refusal; });
+    if (imported.hasLeftBoxesOut)
+        reasons.add([] { return u"the model draws more boxes than the launcher can show"_s; });
+    addFaultsOfElements(document[u"elements"].toArray(), reasons);
     if (!reasons.isEmpty())
-        return refused(reasons);
-    return kept;
+        return reasons.refusal();
+    // Some numbers are longer when they are written again.
+    const QByteArray compact = document.toJson(QJsonDocument::Compact);
+    return compact.size() <= upload.size() ? compact : upload;
 }
 
 } // namespace model_check

@@ -26,4 +26,6 @@ struct BakedModel
     int textureWidth = 64; // the texels that the coordinates were divided by
     int textureHeight = 64;
     bool valid = false; // nothing is drawn until something was baked
+
+    qsizetype boxCount() const { return vertices.size() / floatsPerVertex / verticesPerBox; }
 };

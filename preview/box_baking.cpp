@@ -2,6 +2,8 @@
 
 #include "preview/baked_model.h"
 
+#include <initializer_list>
+
 namespace {
 
 constexpr float unitsPerPixel = 0.0625F;
@@ -32,10 +34,17 @@ struct Corner
     float x, y, z, s, t;
 };
 
-void appendTriangle(QList<float>& out, const Corner& a, const Corner& b, const Corner& c)
+// At once: number by number it would take longer than reading the file that the boxes are from.
+void appendTriangles(QList<float>& out, std::initializer_list<Corner> corners)
 {
-    for (const Corner* corner : {&a, &b, &c})
-        out << corner->x << corner->y << corner->z << corner->s << corner->t;
+    const qsizetype end = out.size();
+    const auto added = static_cast<qsizetype>(corners.size()) * BakedModel::floatsPerVertex;
+    out.resize(end + added);
+    float* at = out.data() + end;
+    for (const Corner& corner : corners) {
+        for (const float number : {corner.x, corner.y, corner.z, corner.s, corner.t})
+            *at++ = number;
+    }
 }
 
 int vertexCount(const BakedModel& model)
@@ -78,8 +87,7 @@ void bakeFace(QList<float>& out, int texW, int texH, float x0, float y0, float z
         d = {x0, y1, z1, s0, top};
         break;
     }
-    appendTriangle(out, a, b, c);
-    appendTriangle(out, a, c, d);
+    appendTriangles(out, {a, b, c, a, c, d});
 }
 
 void bakeScaledBox(QList<float>& out, int texW, int texH, float x0, float y0, float z0, float x1,

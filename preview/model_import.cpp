@@ -1,22 +1,23 @@
 #include "preview/model_import.h"
 
 #include "preview/box_baking.h"
+#include "preview/draw_budget.h"
 #include "preview/png_image.h"
 
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonValue>
 
-#include <optional>
+#include <utility>
 
 namespace {
 
 constexpr float unitsPerPixel = 0.0625F;
 constexpr int defaultResolution = 64;
 constexpr int maxTextureSide = 128;
-constexpr qsizetype maxFloats = static_cast<qsizetype>(maxDrawnBoxes) * BakedModel::verticesPerBox *
-                                BakedModel::floatsPerVertex;
-constexpr qsizetype maxParts = maxDrawnBoxes;
+constexpr qsizetype floatsPerBox =
+    static_cast<qsizetype>(BakedModel::verticesPerBox) * BakedModel::floatsPerVertex;
 
 // Far outside the camera's reach, and every sum and product of a few of them stays finite.
 float coordinate(const QJsonValue& value)
@@ -30,12 +31,26 @@ struct Point
     float x = 0, y = 0, z = 0;
 };
 
-std::optional<Point> pointFrom(const QJsonValue& value)
+bool hasThreeEntries(const QJsonValue& value)
+{
+    return value.isArray() && value.toArray().size() == 3;
+}
+
+Point pointFrom(const QJsonValue& value)
 {
     const QJsonArray array = value.toArray();
-    if (array.size() != 3)
+    return {coordinate(array[0]), coordinate(array[1]), coordinate(array[2])};
+}
+
+// Three numbers; anything else counts as absent.
+Point originOf(const QJsonObject& group)
+{
+    const QJsonValue origin = group[u"origin"];
+    if (!hasThreeEntries(origin))
         return {};
-    return Point{coordinate(array[0]), coordinate(array[1]), coordinate(array[2])};
+    const QJsonArray array = origin.toArray();
+    const bool areNumbers = array[0].isDouble() && array[1].isDouble() && array[2].isDouble();
+    return areNumbers ? pointFrom(origin) : Point{};
 }
 
 int vertexCount(const QList<float>& vertices)
@@ -43,21 +58,27 @@ int vertexCount(const QList<float>& vertices)
     return static_cast<int>(vertices.size() / BakedModel::floatsPerVertex);
 }
 
-bool isOverLimit(const QList<float>& vertices, const BakedModel& model)
+QString partName(const QString& groupName)
 {
-    return vertices.size() > maxFloats || model.parts.size() > maxParts;
-}
-
-QString partName(const QJsonObject& group)
-{
-    static const QMap<QString, QString> shortNames{
+    const QString name = groupName.trimmed().toLower().replace(u' ', u'_');
+    static const QHash<QString, QString> shortNames{
         {QStringLiteral("body"), QStringLiteral("torso")},
         {QStringLiteral("left_arm"), QStringLiteral("arm_l")},
         {QStringLiteral("right_arm"), QStringLiteral("arm_r")},
         {QStringLiteral("left_leg"), QStringLiteral("leg_l")},
         {QStringLiteral("right_leg"), QStringLiteral("leg_r")}};
-    const QString name = group[u"name"].toString().trimmed().toLower().replace(u' ', u'_');
-    return shortNames.value(name, name);
+    constexpr qsizetype longestShortened = 9;
+    return name.size() > longestShortened ? name : shortNames.value(name, name);
+}
+
+// Many outliner entries may share a group, and its name may be as long as the file: each part
+// getting a copy would fill the memory. So in place of such a group the walk gets one with a number
+// for a name, and the names are put in afterwards. No name that was made for a part holds a blank.
+constexpr qsizetype longestCopiedName = 100;
+
+QString numberedName(int number)
+{
+    return u' ' + QString::number(number);
 }
 
 struct TextureSize
@@ -89,13 +110,13 @@ TextureSize textureSize(const QJsonObject& root)
     return size;
 }
 
-QImage embeddedTexture(const QJsonObject& root)
+QByteArray embeddedPng(const QJsonObject& root)
 {
     const QString source = root[u"textures"].toArray().at(0).toObject()[u"source"].toString();
     const QLatin1StringView prefix("data:image/png;base64,");
     if (!source.startsWith(prefix))
         return {};
-    return decodePng(QByteArray::fromBase64(QStringView(source).sliced(prefix.size()).toLatin1()));
+    return QByteArray::fromBase64(QStringView(source).sliced(prefix.size()).toLatin1());
 }
 
 // Sets refusal and stops at the first box that the preview cannot show.
@@ -104,16 +125,18 @@ QMap<QString, BbCube> cubesFrom(const QJsonArray& elements, QString& refusal)
     QMap<QString, BbCube> cubes;
     for (const auto& value : elements) {
         const QJsonObject element = value.toObject();
-        const std::optional<Point> from = pointFrom(element[u"from"]);
-        const std::optional<Point> to = pointFrom(element[u"to"]);
+        const QJsonValue low = element[u"from"];
+        const QJsonValue high = element[u"to"];
         // One box with a texture per face refuses the whole model: half a figure helps nobody.
         if (!element[u"box_uv"].toBool())
             refusal = QStringLiteral("every element must use box UV");
-        else if (!from || !to)
+        else if (!hasThreeEntries(low) || !hasThreeEntries(high))
             refusal = QStringLiteral("every element needs \"from\" and \"to\" of three numbers");
         if (!refusal.isEmpty())
             return {};
-        BbCube cube{from->x, from->y, from->z, to->x, to->y, to->z};
+        const Point from = pointFrom(low);
+        const Point to = pointFrom(high);
+        BbCube cube{from.x, from.y, from.z, to.x, to.y, to.z};
         const QJsonArray offset = element[u"uv_offset"].toArray();
         if (offset.size() == 2) {
             cube.u = coordinate(offset[0]);
@@ -125,24 +148,65 @@ QMap<QString, BbCube> cubesFrom(const QJsonArray& elements, QString& refusal)
     return cubes;
 }
 
-QMap<QString, QJsonObject> groupsFrom(const QJsonArray& array)
+struct Groups
 {
-    QMap<QString, QJsonObject> groups;
-    for (const auto& value : array) {
-        const QJsonObject group = value.toObject();
-        groups.insert(group[u"uuid"].toString(), group);
+    QMap<QString, QJsonObject> records; // by uuid
+    QStringList names;                  // by the numbers in the records
+
+    explicit Groups(const QJsonArray& array)
+    {
+        for (const auto& value : array) {
+            const QJsonObject group = value.toObject();
+            records.insert(group[u"uuid"].toString(), group);
+        }
+        for (QJsonObject& record : records) {
+            const QJsonValue name = std::as_const(record)[u"name"];
+            if (!name.isDouble() && name.toString().size() <= longestCopiedName)
+                continue;
+            names.append(partName(name.toString()));
+            record = {{QStringLiteral("name"), names.size() - 1},
+                      {QStringLiteral("origin"), std::as_const(record)[u"origin"]}};
+        }
     }
-    return groups;
+
+    void nameParts(QList<ModelPart>& parts) const
+    {
+        for (ModelPart& part : parts) {
+            if (part.name.startsWith(u' '))
+                part.name = names[QStringView(part.name).sliced(1).toInt()];
+        }
+    }
+};
+
+// Leaves out what would take too long to draw; true if there was any such box.
+bool leaveOutWhatCostsTooMuch(QList<float>& vertices, QList<ModelPart>& parts)
+{
+    const qsizetype boxes = vertices.size() / floatsPerBox;
+    const qsizetype kept = qMin(affordableBoxes(vertices), qsizetype{maxDrawnBoxes});
+    if (kept == boxes)
+        return false;
+    vertices.resize(kept * floatsPerBox);
+    const int end = vertexCount(vertices);
+    for (ModelPart& part : parts) {
+        const int last = qMin(part.firstVertex + part.vertexCount, end);
+        part.firstVertex = qMin(part.firstVertex, end);
+        part.vertexCount = last - part.firstVertex;
+    }
+    return true;
 }
 
-// The file's boxes in model, or the reason why it is refused.
-QString bakeFile(const QJsonObject& root, BakedModel& model, QImage& texture)
+enum class Texture { Decode, Ignore };
+
+// The file's boxes, or the reason why it is refused.
+QString bakeFile(const QJsonObject& root, Texture texture, ImportedModel& imported)
 {
     const QJsonArray elements = root[u"elements"].toArray();
+    imported.elements = elements.size();
     if (elements.isEmpty())
         return QStringLiteral("the model has no elements");
     const TextureSize size = textureSize(root);
-    texture = embeddedTexture(root);
+    if (texture == Texture::Decode)
+        imported.texture = decodePng(embeddedPng(root));
     if (qMin(size.width, size.height) < 1 || qMax(size.width, size.height) > maxTextureSide)
         return QStringLiteral("the texture must be between 1 and 128 pixels wide and high");
     QString refusal;
@@ -150,13 +214,15 @@ QString bakeFile(const QJsonObject& root, BakedModel& model, QImage& texture)
     if (!refusal.isEmpty())
         return refusal;
 
-    const QMap<QString, QJsonObject> groups = groupsFrom(root[u"groups"].toArray());
+    const Groups groups(root[u"groups"].toArray());
     const float uvScale = static_cast<float>(size.width) * 0.015625F;
+    BakedModel& model = imported.model;
     QList<float> vertices;
     for (const auto& node : root[u"outliner"].toArray())
-        bbWalk(node, cubes, groups, vertices, size.width, size.height, uvScale, &model, 0, 0, 0);
-    if (isOverLimit(vertices, model))
-        return QStringLiteral("the model draws more than %1 boxes or groups").arg(maxDrawnBoxes);
+        bbWalk(node, cubes, groups.records, vertices, size.width, size.height, uvScale, &model, 0,
+               0, 0);
+    groups.nameParts(model.parts);
+    imported.hasLeftBoxesOut = leaveOutWhatCostsTooMuch(vertices, model.parts);
     model.parts.append({QString(), 0, 0, 0, 0, vertexCount(vertices)});
     model.vertices = vertices;
     model.textureWidth = size.width;
@@ -165,15 +231,26 @@ QString bakeFile(const QJsonObject& root, BakedModel& model, QImage& texture)
     return {};
 }
 
+ImportedModel importDocument(const QJsonDocument& document, Texture texture)
+{
+    ImportedModel imported;
+    imported.refusal = document.isNull() ? QStringLiteral("the file is not JSON")
+                                         : bakeFile(document.object(), texture, imported);
+    if (!imported.refusal.isEmpty())
+        imported.model = {};
+    return imported;
+}
+
 } // namespace
 
 void bbWalk(const QJsonValue& node, const QMap<QString, BbCube>& cubes,
             const QMap<QString, QJsonObject>& groups, QList<float>& vertices, int texW, int texH,
             float uvScale, BakedModel* model, float ox, float oy, float oz)
 {
-    if (isOverLimit(vertices, *model))
-        return;
     if (node.isString()) {
+        // One more than may be drawn, for it to be known that there was more.
+        if (vertices.size() / floatsPerBox > maxDrawnBoxes)
+            return;
         const auto found = cubes.constFind(node.toString());
         if (found == cubes.cend())
             return;
@@ -185,14 +262,16 @@ void bbWalk(const QJsonValue& node, const QMap<QString, BbCube>& cubes,
     const QJsonObject entry = node.toObject();
     if (entry.isEmpty())
         return;
-    QJsonObject group = groups.value(entry[u"uuid"].toString());
-    if (group.isEmpty())
-        group = entry;
-    const Point origin = pointFrom(group[u"origin"]).value_or(Point{});
+    const QJsonObject record = groups.value(entry[u"uuid"].toString());
+    const QJsonObject group = record.isEmpty() ? entry : record;
+    const QJsonValue name = group[u"name"];
+    const Point origin = originOf(group);
     ox += origin.x;
     oy += origin.y;
     oz += origin.z;
-    ModelPart part{partName(group), ox * unitsPerPixel, oy * unitsPerPixel, oz * unitsPerPixel,
+    ModelPart part{!record.isEmpty() && name.isDouble() ? numberedName(name.toInt())
+                                                        : partName(name.toString()),
+                   ox * unitsPerPixel, oy * unitsPerPixel, oz * unitsPerPixel,
                    vertexCount(vertices)};
     // The group record's own children are not read: only the outliner nests, so a group that names
     // itself cannot make this endless, and the JSON parser's limit bounds the depth.
@@ -204,12 +283,10 @@ void bbWalk(const QJsonValue& node, const QMap<QString, BbCube>& cubes,
 
 ImportedModel importModel(const QByteArray& json)
 {
-    ImportedModel imported;
-    const QJsonDocument document = QJsonDocument::fromJson(json);
-    imported.refusal = document.isNull()
-                           ? QStringLiteral("the file is not JSON")
-                           : bakeFile(document.object(), imported.model, imported.texture);
-    if (!imported.refusal.isEmpty())
-        imported.model = {};
-    return imported;
+    return importDocument(QJsonDocument::fromJson(json), Texture::Decode);
+}
+
+ImportedModel importShape(const QJsonDocument& document)
+{
+    return importDocument(document, Texture::Ignore);
 }

@@ -1,11 +1,9 @@
 #include "preview/skin_preview_3d.h"
 
 #include "preview/box_baking.h"
-#include "preview/draw_slices.h"
 #include "preview/model_import.h"
 #include "preview/png_image.h"
 
-#include <QElapsedTimer>
 #include <QMatrix4x4>
 #include <QMouseEvent>
 #include <QOpenGLContext>
@@ -27,7 +25,6 @@ constexpr float maxPitch = 1.4F;
 constexpr float unitsPerWheelStep = 0.002F;
 constexpr float minDistance = 1.2F;
 constexpr float maxDistance = 8.0F;
-constexpr int maxFrameMs = 200;
 constexpr float aimHeight = 1.0F; // the middle of the default figure
 
 constexpr char vertexShader[] = "#version 330 core\n"
@@ -90,10 +87,14 @@ void SkinPreview3D::setSkin(const QByteArray& png)
 
 void SkinPreview3D::setModel(const QByteArray& json)
 {
-    ImportedModel imported = importModel(json);
+    setImportedModel(importModel(json));
+}
+
+void SkinPreview3D::setImportedModel(const ImportedModel& imported)
+{
     m_modelTexture = imported.texture;
     m_hasModelTexture = !m_modelTexture.isNull();
-    m_model = std::move(imported.model);
+    m_model = imported.model;
     if (!imported.refusal.isEmpty())
         bakeDefaultModel();
     rebuild();
@@ -165,13 +166,14 @@ void SkinPreview3D::uploadNow()
     m_buffer->allocate(vertices.constData(), static_cast<int>(vertices.size() * sizeof(float)));
     m_buffer->release();
     m_vertexCount = static_cast<int>(vertices.size() / BakedModel::floatsPerVertex);
-    m_slices = drawSlices(vertices);
 
     const QImage image = m_hasSkin           ? m_skin
                          : m_hasModelTexture ? m_modelTexture
                                              : fallbackTexture();
+    GLint maxSide = 0; // 1024 at least; 16384 with a software driver
+    gl()->glGetIntegerv(GL_MAX_TEXTURE_SIZE, &maxSide);
     m_texture.reset();
-    m_texture = std::make_unique<QOpenGLTexture>(image.mirrored(false, true));
+    m_texture = std::make_unique<QOpenGLTexture>(fittedInto(image, maxSide).mirrored(false, true));
     m_texture->setMinMagFilters(QOpenGLTexture::Nearest, QOpenGLTexture::Nearest);
     m_texture->setWrapMode(QOpenGLTexture::ClampToEdge);
     m_dirty = false;
@@ -208,27 +210,9 @@ void SkinPreview3D::drawModel()
     m_program->enableAttributeArray(1);
     m_program->setAttributeBuffer(0, GL_FLOAT, 0, 3, stride);
     m_program->setAttributeBuffer(1, GL_FLOAT, 3 * sizeof(float), 2, stride);
-    drawSliced();
+    gl()->glDrawArrays(GL_TRIANGLES, 0, m_vertexCount);
     m_buffer->release();
     m_program->release();
-}
-
-// One call, but for a model that was made to stall the window: that one gets as much of each frame
-// as the window can spare.
-void SkinPreview3D::drawSliced() const
-{
-    QElapsedTimer timer;
-    timer.start();
-    int first = 0;
-    for (const int count : m_slices) {
-        if (first > 0) {
-            gl()->glFinish();
-            if (timer.elapsed() > maxFrameMs)
-                break;
-        }
-        gl()->glDrawArrays(GL_TRIANGLES, first, count);
-        first += count;
-    }
 }
 
 void SkinPreview3D::mousePressEvent(QMouseEvent* event)

@@ -3,7 +3,6 @@
 #include "preview/baked_model.h"
 
 #include <QImage>
-#include <QList>
 #include <QOpenGLBuffer>
 #include <QOpenGLTexture>
 #include <QOpenGLVertexArrayObject>
@@ -12,6 +11,7 @@
 
 #include <memory>
 
+struct ImportedModel;
 class QOpenGLShaderProgram;
 class QTimer;
 
@@ -30,10 +30,12 @@ public:
     explicit SkinPreview3D(QWidget* parent);
     ~SkinPreview3D() override;
 
-    // A PNG of any size up to 1024 x 1024. Bytes that do not decode remove the skin shown before.
+    // A PNG of up to 4096 x 4096. Bytes that do not decode remove the skin shown before.
     void setSkin(const QByteArray& png);
     // A block model; empty or unusable bytes give the default figure.
     void setModel(const QByteArray& json);
+    // The same for who has imported it, and knows from that what will be shown.
+    void setImportedModel(const ImportedModel& imported);
     // Uploads geometry and texture again before the next frame.
     void rebuild();
 
@@ -60,7 +62,6 @@ private:
     void uploadNow();
     void bakeDefaultModel();
     void drawModel();
-    void drawSliced() const;
     void releaseGl();
 
     std::unique_ptr<QOpenGLBuffer> m_buffer;
@@ -81,6 +82,5 @@ private:
     QTimer* m_timer;
     QPoint m_lastMousePosition;
     bool m_dragging = false;
-    QList<int> m_slices;                    // the draw calls of a frame
     QOpenGLVertexArrayObject m_vertexArray; // a core profile draws nothing without one
 };

@@ -336,39 +336,12 @@ private Q_SLOTS:
         QCOMPARE(importModel(file(cube("a"), group)).model.parts.first().name, part);
     }
 
+    // In files of fifty, of which each may be drawn whole however large the boxes are.
     void agreesWithThePlainFormulas()
     {
         QRandomGenerator random(20260508);
-        QByteArray boxes, names;
-        QList<double> expected;
-        const int side = 32;
-        for (int i = 0; i < 1000; ++i) {
-            const auto number = [&random] { return random.bounded(-320, 320) / 8.0; };
-            const box_reference::Box box{{number(), number(), number()},
-                                         {number(), number(), number()},
-                                         number(),
-                                         number(),
-                                         number() / 8};
-            const auto list = [](const double* v) -> QByteArray {
-                return QByteArray::number(v[0]) + ',' + QByteArray::number(v[1]) + ',' +
-                       QByteArray::number(v[2]);
-            };
-            const QByteArray key = QByteArray::number(i);
-            boxes += (i ? "," : "") + QByteArray(R"({"box_uv":true,"uuid":)") + quoted(key) +
-                     R"(,"from":[)" + list(box.low) + R"(],"to":[)" + list(box.high) +
-                     R"(],"uv_offset":[)" + QByteArray::number(box.u) + ',' +
-                     QByteArray::number(box.v) + R"(],"inflate":)" +
-                     QByteArray::number(box.inflate) + '}';
-            names += (i ? "," : "") + quoted(key);
-            box_reference::Box scaled = box;
-            scaled.u *= 0.5; // 32 texels for the 64 of the file
-            scaled.v *= 0.5;
-            expected += box_reference::bake(scaled, side, side, 0.5);
-        }
-        const ImportedModel imported =
-            importModel(file(boxes, names, R"("textures":[{"width":32,"height":32}])"));
-        QCOMPARE(imported.refusal, QString());
-        QCOMPARE(box_reference::firstDifference(imported.model.vertices, expected), -1);
+        for (int i = 0; i < 20; ++i)
+            compareWithThePlainFormulas(random, 50);
     }
 
     void staysFiniteWithHugeAndTinyNumbers()
@@ -401,38 +374,186 @@ private Q_SLOTS:
     void boundsWhatAFileMayDraw_data()
     {
         QTest::addColumn<QByteArray>("json");
-        QTest::addColumn<bool>("taken");
+        QTest::addColumn<int>("boxes");
+        QTest::addColumn<int>("parts");
         QByteArray boxes, names;
         for (int i = 0; i < 100'000; ++i) {
             const QByteArray key = QByteArray::number(i);
             boxes += (i ? "," : "") + cube(key);
             names += (i ? "," : "") + quoted(key);
         }
-        const auto listed = [](int times) {
-            return file(cube("a"), QByteArray("\"a\",").repeated(times).chopped(1));
+        const QByteArray speck =
+            R"({"box_uv":true,"from":[0,16,0],"to":[0.01,16.01,0.01],"uuid":"a"})";
+        const auto listed = [&speck](int times) {
+            return file(speck, QByteArray("\"a\",").repeated(times).chopped(1));
         };
         const auto grouped = [](int times) {
             return file(cube("a"), QByteArray("{\"a\":1},").repeated(times).chopped(1));
         };
-        QTest::newRow("100,000 boxes") << file(boxes, names) << false;
-        QTest::newRow("one box 10,000 times") << listed(10'000) << true;
-        QTest::newRow("one box at the limit") << listed(maxDrawnBoxes) << true;
-        QTest::newRow("one box once more") << listed(maxDrawnBoxes + 1) << false;
-        QTest::newRow("one box a million times") << listed(1'000'000) << false;
-        QTest::newRow("groups at the limit") << grouped(maxDrawnBoxes) << true;
-        QTest::newRow("a million groups") << grouped(1'000'000) << false;
+        QTest::newRow("100,000 boxes") << file(boxes, names) << -1 << 1;
+        QTest::newRow("one box 10,000 times") << listed(10'000) << 10'000 << 1;
+        QTest::newRow("one box at the limit") << listed(maxDrawnBoxes) << maxDrawnBoxes << 1;
+        QTest::newRow("one box once more") << listed(maxDrawnBoxes + 1) << -maxDrawnBoxes << 1;
+        QTest::newRow("one box a million times") << listed(1'000'000) << -maxDrawnBoxes << 1;
+        QTest::newRow("a million groups") << grouped(1'000'000) << 0 << 1'000'001;
     }
 
+    // A negative number of boxes: others were left out, and -1 stands for fewer than the limit.
     void boundsWhatAFileMayDraw()
     {
         QFETCH(QByteArray, json);
-        QFETCH(bool, taken);
+        QFETCH(int, boxes);
+        QFETCH(int, parts);
         const qint64 memory = costs::peakBytes();
         const double start = costs::cpuSeconds();
         const ImportedModel imported = importModel(json);
         QVERIFY2(costs::cpuSeconds() - start < 5, "the sanitizers cost about five times");
         QVERIFY(costs::peakBytes() - memory < 700'000'000);
-        QCOMPARE(imported.refusal.isEmpty(), taken);
+        QCOMPARE(imported.refusal, QString());
+        QCOMPARE(imported.hasLeftBoxesOut, boxes < 0);
+        QCOMPARE(imported.model.parts.size(), parts);
+        if (boxes == -1)
+            QVERIFY(imported.model.boxCount() > 50 && imported.model.boxCount() < maxDrawnBoxes);
+        else
+            QCOMPARE(imported.model.boxCount(), std::abs(boxes));
+    }
+
+    // The parts stay, each with what is left of it.
+    void keepsThePartsOfWhatItLeavesOut()
+    {
+        const QByteArray huge =
+            R"({"box_uv":true,"from":[-99,-99,-99],"to":[99,99,99],"uuid":"a"})";
+        const QByteArray names = QByteArray(R"("a",)").repeated(60).chopped(1);
+        const BakedModel model =
+            importModel(file(huge, R"({"name":"one","children":[)" + names +
+                                       R"(]},{"name":"two","children":[{"name":"in","children":[)" +
+                                       names + R"(]},"a"]},{"name":"end","children":["a"]})"))
+                .model;
+        const int kept = vertexCount(model);
+        QVERIFY(kept > 60 * boxVertices && kept < 120 * boxVertices);
+        QCOMPARE(partsOf(model), QStringLiteral("one:0+2160 in:2160+%1 two:2160+%1 end:%2+0 :0+%2")
+                                     .arg(kept - 2160)
+                                     .arg(kept));
+    }
+
+    // Whatever it is made of, as long as it is of the size of a figure.
+    void drawsDetailedFiguresWhole_data()
+    {
+        QTest::addColumn<int>("boxes");
+        QTest::addColumn<double>("side"); // model pixels
+        QTest::newRow("300 boxes") << 300 << 2.5;
+        QTest::newRow("1,000 boxes") << 1000 << 1.9;
+        QTest::newRow("2,000 boxes") << 2000 << 1.6;
+    }
+
+    void drawsDetailedFiguresWhole()
+    {
+        QFETCH(int, boxes);
+        QFETCH(double, side);
+        QRandomGenerator random(7);
+        QByteArray elements, names;
+        for (int i = 0; i < boxes; ++i) {
+            QByteArray low, high;
+            for (const double range : {16.0, 32.0, 8.0}) {
+                const double at = random.generateDouble() * range - (range < 32 ? range / 2 : 0);
+                low += (low.isEmpty() ? "" : ",") + QByteArray::number(at);
+                high += (high.isEmpty() ? "" : ",") + QByteArray::number(at + side);
+            }
+            const QByteArray key = quoted(QByteArray::number(i));
+            elements += (i ? "," : "") + QByteArray(R"({"box_uv":true,"from":[)") + low +
+                        R"(],"to":[)" + high + R"(],"uuid":)" + key + '}';
+            names += (i ? "," : "") + key;
+        }
+        const ImportedModel imported = importModel(file(elements, names));
+        QVERIFY(!imported.hasLeftBoxesOut);
+        QCOMPARE(imported.model.boxCount(), boxes);
+    }
+
+    void countsTheElements_data()
+    {
+        QTest::addColumn<QByteArray>("json");
+        QTest::addColumn<int>("elements");
+        QTest::newRow("no JSON") << QByteArray("<html>") << 0;
+        QTest::newRow("none") << QByteArray("{}") << 0;
+        QTest::newRow("refused") << QByteArray(R"({"elements":[1,2,3]})") << 3;
+        QTest::newRow("taken") << file(cube("a") + ',' + cube("a"), R"("a")") << 2;
+    }
+
+    void countsTheElements()
+    {
+        QFETCH(QByteArray, json);
+        QFETCH(int, elements);
+        QCOMPARE(importModel(json).elements, elements);
+    }
+
+    void takesAnOriginOfThreeNumbersOnly_data()
+    {
+        QTest::addColumn<QByteArray>("origin");
+        QTest::addColumn<float>("pivotX");
+        QTest::newRow("three numbers") << QByteArray("[16,0,0]") << 1.0F;
+        QTest::newRow("a text") << QByteArray(R"([16,"x",0])") << 0.0F;
+        QTest::newRow("a null") << QByteArray("[16,0,null]") << 0.0F;
+        QTest::newRow("four numbers") << QByteArray("[16,0,0,0]") << 0.0F;
+        QTest::newRow("no array") << QByteArray(R"({"0":16})") << 0.0F;
+    }
+
+    void takesAnOriginOfThreeNumbersOnly()
+    {
+        QFETCH(QByteArray, origin);
+        QFETCH(float, pivotX);
+        const QByteArray keys = R"("name":"n","origin":)" + origin + '}';
+        const BakedModel own = importModel(file(cube("a"), '{' + keys)).model;
+        QCOMPARE(own.parts.first().pivotX, pivotX);
+        const BakedModel group = importModel(file(cube("a"), R"({"uuid":"g"})",
+                                                  R"("groups":[{"uuid":"g",)" + keys + ']'))
+                                     .model;
+        QCOMPARE(group.parts.first().pivotX, pivotX);
+    }
+
+    // A number is no name, in a group as little as in the outliner.
+    void namesNoPartByANumber()
+    {
+        const BakedModel model =
+            importModel(file(cube("a"), R"({"name":0},{"uuid":"g"},{"uuid":"h"})",
+                             R"("groups":[{"uuid":"g","name":1},{"uuid":"h","name":" 0"}])"))
+                .model;
+        QCOMPARE(partsOf(model), QStringLiteral(":0+0 :0+0 0:0+0 :0+0"));
+    }
+
+private:
+    static void compareWithThePlainFormulas(QRandomGenerator& random, int count)
+    {
+        QByteArray boxes, names;
+        QList<double> expected;
+        const int side = 32;
+        for (int i = 0; i < count; ++i) {
+            const auto number = [&random] { return random.bounded(-320, 320) / 8.0; };
+            const box_reference::Box box{{number(), number(), number()},
+                                         {number(), number(), number()},
+                                         number(),
+                                         number(),
+                                         number() / 8};
+            const auto list = [](const double* v) -> QByteArray {
+                return QByteArray::number(v[0]) + ',' + QByteArray::number(v[1]) + ',' +
+                       QByteArray::number(v[2]);
+            };
+            const QByteArray key = QByteArray::number(i);
+            boxes += (i ? "," : "") + QByteArray(R"({"box_uv":true,"uuid":)") + quoted(key) +
+                     R"(,"from":[)" + list(box.low) + R"(],"to":[)" + list(box.high) +
+                     R"(],"uv_offset":[)" + QByteArray::number(box.u) + ',' +
+                     QByteArray::number(box.v) + R"(],"inflate":)" +
+                     QByteArray::number(box.inflate) + '}';
+            names += (i ? "," : "") + quoted(key);
+            box_reference::Box scaled = box;
+            scaled.u *= 0.5; // 32 texels for the 64 of the file
+            scaled.v *= 0.5;
+            expected += box_reference::bake(scaled, side, side, 0.5);
+        }
+        const ImportedModel imported =
+            importModel(file(boxes, names, R"("textures":[{"width":32,"height":32}])"));
+        QCOMPARE(imported.refusal, QString());
+        QVERIFY(!imported.hasLeftBoxesOut);
+        QCOMPARE(box_reference::firstDifference(imported.model.vertices, expected), -1);
     }
 };
 

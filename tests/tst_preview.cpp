@@ -331,7 +331,8 @@ private Q_SLOTS:
         QTest::newRow("one pixel") << QSize(1, 1);
         QTest::newRow("half a skin") << QSize(128, 64);
         QTest::newRow("odd") << QSize(37, 501);
-        QTest::newRow("largest") << QSize(1024, 1024);
+        QTest::newRow("large") << QSize(1024, 1024);
+        QTest::newRow("largest") << QSize(4096, 4096);
     }
 
     void showsSkinsOfAnySize()
@@ -347,7 +348,8 @@ private Q_SLOTS:
         QCOMPARE(preview.errors, QStringList());
     }
 
-    // Boxes that each fill the view. A software driver would need half a minute for all of them.
+    // Boxes that each fill the view. A software driver would need half a minute for all of them, so
+    // the last ones are left out: always the same ones, and what is drawn is one call.
     void keepsFramesShortUnderABurden_data()
     {
         QTest::addColumn<QByteArray>("corners");
@@ -367,8 +369,9 @@ private Q_SLOTS:
                          QByteArray("\"a\",").repeated(10'000).chopped(1) + "]}");
         const double start = costs::cpuSeconds();
         (void)preview.grabFramebuffer();
-        QVERIFY(costs::cpuSeconds() - start < 2.5);
-        QCOMPARE(preview.vertexCount(), 360'000);
+        QVERIFY(costs::cpuSeconds() - start < 0.5);
+        QVERIFY(preview.vertexCount() > 50 * 36 && preview.vertexCount() < 5'000 * 36);
+        QCOMPARE(preview.vertexCount(), preview.bakedModel().vertices.size() / 5);
         QCOMPARE(preview.errors, QStringList());
     }
 
