@@ -139,6 +139,48 @@ private Q_SLOTS:
         QCOMPARE(stage.preview()->bakedModel().vertices.size(), 2160);
     }
 
+    void tellsWhenThePictureIsNotTheModel_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<QString>("description");
+        const QByteArray room =
+            R"({"box_uv":true,"from":[-99,-99,-99],"to":[99,99,99],"uuid":"a"})";
+        const QByteArray often = QByteArray(R"("a",)").repeated(500).chopped(1);
+        QTest::newRow("shown") << Stage::twoCubes
+                               << QStringLiteral("Custom model active (2 cubes).") << QString();
+        QTest::newRow("refused")
+            << QByteArray(R"({"elements":[1,2,3]})")
+            << QStringLiteral("Custom model active (3 cubes).")
+            << QStringLiteral("This model cannot be shown: every element must use box UV; the "
+                              "default character stands in.");
+        QTest::newRow("cut down") << QByteArray(R"({"elements":[)" + room + R"(],"outliner":[)" +
+                                                often + "]}")
+                                  << QStringLiteral("Custom model active (1 cubes).")
+                                  << QStringLiteral("Only the first 99 boxes of this model are "
+                                                    "shown; the others would take too long to "
+                                                    "draw.");
+    }
+
+    // Beside the picture; the status line counts what the file lists.
+    void tellsWhenThePictureIsNotTheModel()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(QString, status);
+        QFETCH(QString, description);
+        Stage stage;
+        stage.server.answer(Stage::modelPath, HttpAnswer::ok(body));
+        Stage::signIn();
+        stage.open();
+        QTRY_COMPARE(stage.text("modelStatus"), status);
+        QCOMPARE(stage.preview()->toolTip(), description);
+        QCOMPARE(stage.preview()->accessibleDescription(), description);
+        stage.server.answer(Stage::modelPath, HttpAnswer::json(Stage::twoCubes));
+        stage.click("Refresh");
+        QTRY_COMPARE(stage.text("modelStatus"), QStringLiteral("Custom model active (2 cubes)."));
+        QCOMPARE(stage.preview()->toolTip(), QString());
+    }
+
     void keepsThePreviewWhenTheServerHasNothingAnyMore()
     {
         Stage stage;

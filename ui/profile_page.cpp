@@ -1,6 +1,7 @@
 #include "ui/profile_page.h"
 
 #include "app/settings.h"
+#include "preview/model_import.h"
 #include "preview/open_gl.h"
 #include "preview/skin_preview_3d.h"
 #include "services/account_session.h"
@@ -250,8 +251,9 @@ void ProfilePage::buildPreview()
     delete card->layout()->replaceWidget(m_previewPlace, m_preview);
     delete std::exchange(m_previewPlace, nullptr);
     place.restore();
-    if (!m_model.isNull())
-        m_preview->setModel(std::exchange(m_model, {}));
+    if (m_model)
+        m_preview->setImportedModel(*m_model);
+    describeModel();
     if (!m_skin.isNull())
         m_preview->setSkin(std::exchange(m_skin, {}));
 }
@@ -265,12 +267,31 @@ void ProfilePage::showSkin(const QByteArray& png)
         m_skin = png;
 }
 
-void ProfilePage::showModel(const QByteArray& json)
+// Read once, whether there is a preview or not: the page shows what was found in it.
+qsizetype ProfilePage::showModel(const QByteArray& json)
 {
+    m_model = std::make_shared<const ImportedModel>(importModel(json));
     if (m_preview)
-        m_preview->setModel(json);
-    else
-        m_model = json;
+        m_preview->setImportedModel(*m_model);
+    describeModel();
+    return m_model->elements;
+}
+
+// The status line beside the button counts the file's elements; that the picture shows something
+// else is told where the picture is.
+void ProfilePage::describeModel()
+{
+    QString text;
+    if (m_model && !m_model->refusal.isEmpty())
+        text = QStringLiteral("This model cannot be shown: %1; the default character stands in.")
+                   .arg(m_model->refusal);
+    else if (m_model && m_model->hasLeftBoxesOut)
+        text = QStringLiteral("Only the first %1 boxes of this model are shown; the others would "
+                              "take too long to draw.")
+                   .arg(m_model->model.boxCount());
+    QWidget* place = m_preview ? static_cast<QWidget*>(m_preview) : m_previewPlace;
+    place->setToolTip(text);
+    place->setAccessibleDescription(text);
 }
 
 void ProfilePage::takeSession(const QString& username, const QString& uuid, const QString& token)

@@ -5,6 +5,8 @@
 #include <QString>
 #include <QWidget>
 
+#include <memory>
+
 class AuthClient;
 class QLabel;
 class QLineEdit;
@@ -15,6 +17,7 @@ class SkinPreview3D;
 namespace http {
 struct Answer;
 } // namespace http
+struct ImportedModel;
 
 // The signed-in player's account page: name, uuid, skin and model, with the character in 3D where
 // the machine has OpenGL 3.3. The preview is made when the page is first seen: a window that holds
@@ -47,7 +50,8 @@ private:
     void buildAppearanceCard(QVBoxLayout* page);
     void buildPreview();
     void showSkin(const QByteArray& png);
-    void showModel(const QByteArray& json);
+    qsizetype showModel(const QByteArray& json); // the number of its elements
+    void describeModel();
     void takeSession(const QString& username, const QString& uuid, const QString& token);
     void forgetSession();
 
@@ -81,6 +85,6 @@ private:
     QPointer<QObject> m_modelUpload;
     QLabel* m_previewPlace = nullptr; // until there is a preview; without OpenGL it says why
     QLabel* m_dragHint = nullptr;
-    QByteArray m_skin; // what came before the preview was made
-    QByteArray m_model;
+    QByteArray m_skin;                            // what came before the preview was made
+    std::shared_ptr<const ImportedModel> m_model; // what came last
 };

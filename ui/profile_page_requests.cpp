@@ -91,11 +91,9 @@ void ProfilePage::onModelAnswer(const http::Answer& answer)
     if (answer.notFound) {
         m_modelStatus->setText(QStringLiteral("No custom model (default character)."));
     } else if (answer.error.isEmpty()) {
-        showModel(answer.body);
-        const QJsonArray elements =
-            QJsonDocument::fromJson(answer.body).object()[u"elements"].toArray();
-        foreign_text::show(m_modelStatus,
-                           QStringLiteral("Custom model active (%1 cubes).").arg(elements.size()));
+        foreign_text::show(
+            m_modelStatus,
+            QStringLiteral("Custom model active (%1 cubes).").arg(showModel(answer.body)));
     }
 }
 
