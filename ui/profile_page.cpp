@@ -290,8 +290,8 @@ void ProfilePage::describeModel()
                               "take too long to draw.")
                    .arg(m_model->model.boxCount());
     QWidget* place = m_preview ? static_cast<QWidget*>(m_preview) : m_previewPlace;
-    place->setToolTip(text);
-    place->setAccessibleDescription(text);
+    place->setToolTip(text);               // own words
+    place->setAccessibleDescription(text); // own words
 }
 
 void ProfilePage::takeSession(const QString& username, const QString& uuid, const QString& token)

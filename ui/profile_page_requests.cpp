@@ -23,7 +23,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 maxSkinBytes = 1024 * 1024;
+constexpr qint64 maxSkinBytes = 16 * 1024 * 1024; // the preview takes 4096 x 4096 pixels
 constexpr qint64 maxModelBytes = 16 * 1024 * 1024; // parsed on the GUI thread
 constexpr auto uploading = "Uploading..."_L1;
 
@@ -172,10 +172,10 @@ void ProfilePage::uploadFile(const QString& path, const char* endpoint, const ch
                              bool isSkin)
 {
     QLabel* status = isSkin ? m_skinStatus : m_modelStatus;
-    status->setText(uploading);
+    status->setText(uploading); // own words
     std::unique_ptr<UploadBody> body = UploadBody::open(path);
     if (!body) {
-        status->setText(UploadBody::errorText());
+        status->setText(UploadBody::errorText()); // own words
         return;
     }
     QPointer<QObject>& upload = isSkin ? m_skinUpload : m_modelUpload;
