@@ -13,15 +13,7 @@ AuthClient::AuthClient(QObject* parent)
     : QObject(parent)
     , m_network(new QNetworkAccessManager(this))
     , m_session(new AccountSession(this))
-    , m_signIns(std::make_unique<QObject>())
 {
-}
-
-AuthClient::~AuthClient() = default;
-
-void AuthClient::abandonSignIns()
-{
-    m_signIns = std::make_unique<QObject>();
 }
 
 QString AuthClient::endpoint(const QString& path) const
@@ -51,7 +43,7 @@ void AuthClient::authRequest(const QString& path, const QString& username, const
     credentials[u"password"] = password;
 
     http::post(m_network, request, QJsonDocument(credentials).toJson(QJsonDocument::Compact),
-               exchange(m_signIns.get(), &AuthClient::onSignInAnswer));
+               exchange(this, &AuthClient::onSignInAnswer));
 }
 
 void AuthClient::onSignInAnswer(const http::Answer& answer)

@@ -3,8 +3,6 @@
 #include <QObject>
 #include <QString>
 
-#include <memory>
-
 class AccountSession;
 class QNetworkAccessManager;
 class QNetworkRequest;
@@ -17,19 +15,16 @@ struct Exchange;
 // account page; GUI thread. It keeps no token and writes no settings: whoever receives its signals
 // does. Every operation returns at once and answers by exactly one signal; several may be under
 // way, nothing orders them, and there are no time-outs. Nothing cancels them either, unless
-// whoever uses the client lets session() end or abandons its sign-ins: then they do not answer.
+// whoever uses the client lets session() end: then what belongs to it does not answer.
 class AuthClient : public QObject
 {
     Q_OBJECT
 
 public:
     explicit AuthClient(QObject* parent = nullptr);
-    ~AuthClient() override;
 
     // The session that validate and logout belong to, as do the account page's requests.
     AccountSession* session() const { return m_session; }
-    // Aborts the sign-ins and registrations under way.
-    void abandonSignIns();
 
     // The configured server address with path appended as it stands; no slash is added or removed.
     QString endpoint(const QString& path) const;
@@ -61,5 +56,4 @@ private:
 
     QNetworkAccessManager* m_network;
     AccountSession* m_session;
-    std::unique_ptr<QObject> m_signIns; // the context of those under way
 };

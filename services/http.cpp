@@ -1,5 +1,7 @@
 #include "services/http.h"
 
+#include "archive/archive_source.h"
+#include "archive/zip_end.h"
 #include "services/reply_taker.h"
 #include "services/upload_body.h"
 
@@ -49,6 +51,12 @@ void post(QNetworkAccessManager* network, const QNetworkRequest& request,
 bool isJson(const QByteArray& body)
 {
     return !QJsonDocument::fromJson(body).isNull();
+}
+
+bool isZip(const QByteArray& body)
+{
+    ArchiveSource source = ArchiveSource::memory(body);
+    return ZipEnd::find(source).has_value();
 }
 
 bool isCheckedLater(const QByteArray& /*body*/)

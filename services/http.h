@@ -51,6 +51,8 @@ void post(QNetworkAccessManager* network, const QNetworkRequest& request,
 
 // For Exchange::isWhole: nothing of a JSON object or array can be cut off without its end.
 bool isJson(const QByteArray& body);
+// Nothing of a ZIP can be cut off without the record that ends it.
+bool isZip(const QByteArray& body);
 // For bodies that whoever receives them checks: by a digest, or by reading them to their end.
 bool isCheckedLater(const QByteArray& body);
 

@@ -1,8 +1,10 @@
 #include "app/settings.h"
 #include "tests/support/files.h"
+#include "tests/support/gzip.h"
 #include "tests/support/http_server.h"
 #include "tests/support/throwaway_home.h"
 #include "tests/support/tls.h"
+#include "tests/support/zip_builder.h"
 #include "versions/version_manager.h"
 
 #include <QCryptographicHash>
@@ -151,6 +153,43 @@ private Q_SLOTS:
         QCOMPARE(installed(), QStringLiteral("finished 0.3"));
         QVERIFY(QFile::exists(jar()));
         QCOMPARE(QFileInfo(jar()).size(), 0);
+    }
+
+    // A compressed body that was cut looks whole to the network layer: with a digest or as a ZIP
+    // the jar itself tells.
+    void takesCompressedJarsThatAreWhole_data()
+    {
+        QTest::addColumn<QByteArray>("jar");
+        QTest::addColumn<bool>("hasDigest");
+        QTest::addColumn<int>("missing");
+        QTest::addColumn<bool>("isTaken");
+        const QByteArray zip =
+            ZipBuilder().file("META-INF/MANIFEST.MF", QByteArray(3000, 'x')).bytes();
+        QTest::newRow("a ZIP without a digest") << zip << false << 0 << true;
+        QTest::newRow("a ZIP without a digest, cut") << zip << false << 40 << false;
+        QTest::newRow("anything with its digest") << body << true << 0 << true;
+        QTest::newRow("anything with its digest, cut") << body << true << 12 << false;
+        QTest::newRow("anything without a digest, cut") << body << false << 12 << false;
+    }
+
+    void takesCompressedJarsThatAreWhole()
+    {
+        QFETCH(QByteArray, jar);
+        QFETCH(bool, hasDigest);
+        QFETCH(int, missing);
+        QFETCH(bool, isTaken);
+        const QByteArray packed = gzip(jar);
+        HttpAnswer answer = HttpAnswer::ok(packed.chopped(missing));
+        answer.addHeader("Content-Encoding", "gzip");
+        answer.announcedLength = packed.size();
+        m_server->answer("/a.jar", answer);
+        m_version.sha256 = hasDigest ? digestOf(jar) : QString();
+        QSignalSpy finished(m_manager.get(), &VersionManager::installFinished);
+        QSignalSpy failed(m_manager.get(), &VersionManager::installFailed);
+        m_manager->install(m_version);
+        QTRY_COMPARE(finished.size() + failed.size(), 1);
+        QCOMPARE(finished.size(), isTaken ? 1 : 0);
+        QCOMPARE(contentOf(m_manager->jarPath(m_version.id)), isTaken ? jar : QByteArray());
     }
 
     void makesNestedDirectories()

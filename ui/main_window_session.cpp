@@ -114,7 +114,6 @@ void MainWindow::onLoginClicked()
     if (!readCredentials(username, password))
         return;
     setBusy(true, QStringLiteral("Logging in..."));
-    m_auth->abandonSignIns();
     m_auth->login(username, password);
 }
 
@@ -126,7 +125,6 @@ void MainWindow::onRegisterClicked()
     if (!readCredentials(username, password))
         return;
     setBusy(true, QStringLiteral("Registering..."));
-    m_auth->abandonSignIns();
     m_auth->registerAccount(username, password);
 }
 

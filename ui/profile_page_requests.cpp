@@ -23,7 +23,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 maxSkinBytes = 16 * 1024 * 1024; // the preview takes 4096 x 4096 pixels
+constexpr qint64 maxSkinBytes = 16 * 1024 * 1024;  // the preview takes 4096 x 4096 pixels
 constexpr qint64 maxModelBytes = 16 * 1024 * 1024; // parsed on the GUI thread
 constexpr auto uploading = "Uploading..."_L1;
 

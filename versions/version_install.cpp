@@ -63,8 +63,7 @@ void VersionManager::install(const GameVersion& v)
                  v](const http::Answer& answer) { onJarDownloaded(v, answer.error, answer.body); },
         .progress = [this](qint64 received,
                            qint64 total) { Q_EMIT downloadProgress(received, total); }};
-    if (!v.sha256.isEmpty())
-        exchange.isWhole = &http::isCheckedLater;
+    exchange.isWhole = v.sha256.isEmpty() ? &http::isZip : &http::isCheckedLater;
     http::get(m_network, QNetworkRequest{QUrl(v.url)}, std::move(exchange));
 }
 
