@@ -89,12 +89,14 @@ void addRoutes(Router& router, Accounts& accounts, LoginGuard& guard)
          .pattern = "/auth/register",
          .handler = [&accounts](const Call& call,
                                 const QByteArray&) { return registerAccount(accounts, call); },
+         .work = Work::Registration,
          .bodyType = json,
          .bodyLimit = bodyLimit});
     router.add(
         {.method = "POST",
          .pattern = "/auth/login",
          .handler = [&guard](const Call& call, const QByteArray&) { return login(guard, call); },
+         .work = Work::Login,
          .bodyType = json,
          .bodyLimit = bodyLimit});
     router.add(
@@ -106,11 +108,13 @@ void addRoutes(Router& router, Accounts& accounts, LoginGuard& guard)
                 .pattern = "/auth/logout",
                 .handler = [&accounts](const Call& call,
                                        const QByteArray&) { return logout(accounts, call); },
+                .work = Work::Writing,
                 .needsSession = true});
     router.add({.method = "POST",
                 .pattern = "/auth/rename",
                 .handler = [&accounts](const Call& call,
                                        const QByteArray&) { return rename(accounts, call); },
+                .work = Work::Writing,
                 .needsSession = true,
                 .bodyType = json,
                 .bodyLimit = bodyLimit});

@@ -16,7 +16,7 @@ QString columnOf(Appearance::Kind kind)
 
 void Appearance::set(Kind kind, const Account& account, const QByteArray& content)
 {
-    const StoreLock lock(m_store, StoreLock::Mode::Shared);
+    const StoreLock lock(m_store, StoreLock::Mode::Shared, StoreLock::Patience::Client);
     const StoredFile file = m_store.add(content);
     Transaction transaction(m_database);
     Store::note(m_database, file);

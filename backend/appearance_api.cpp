@@ -58,6 +58,7 @@ void addKind(Router& router, Kind kind, Appearance& appearance, const Store& sto
                     [kind, &appearance](const Call& call, const QByteArray&) {
                         return upload(kind, appearance, call);
                     },
+                .work = Work::Writing,
                 .needsSession = true,
                 .bodyType = isSkin ? "image/png" : "application/json",
                 .bodyLimit = isSkin ? skinLimit : modelLimit});

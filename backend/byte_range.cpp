@@ -21,7 +21,7 @@ namespace byte_range {
 std::optional<ByteRange> parse(const QByteArray& header, qint64 size)
 {
     const ByteRange whole{0, size};
-    if (!header.startsWith("bytes=") || header.count('-') != 1)
+    if (header.left(6).toLower() != "bytes=" || header.count('-') != 1)
         return whole;
     const QByteArray from = header.mid(6, header.indexOf('-') - 6).trimmed();
     const QByteArray to = header.mid(header.indexOf('-') + 1).trimmed();

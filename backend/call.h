@@ -1,15 +1,13 @@
 #pragma once
 
 #include "backend/accounts.h"
+#include "backend/http/engine.h"
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QList>
 #include <QString>
 
-#include <utility>
-
-// One request, as the handlers see it: nothing of the HTTP library reaches them.
+// One request, as the handlers see it: nothing of the network reaches them.
 struct Call
 {
     QByteArray method; // a HEAD arrives as GET
@@ -17,6 +15,8 @@ struct Call
     QByteArray token;       // of "Authorization: Bearer ..."
     QByteArray contentType; // without parameters, in lower case
     QByteArray ifNoneMatch;
+    QByteArray range;
+    QByteArray ifRange;
     qint64 bodyBytes = 0; // as announced
     QByteArray body;
     QString address; // who asks
@@ -24,17 +24,7 @@ struct Call
     Account account;
 };
 
-// What goes back: a body, or a file of the store by its path.
-struct Reply
-{
-    using Header = std::pair<QByteArray, QByteArray>;
-
-    int status = 200;
-    QByteArray contentType = {};
-    QByteArray body = {};
-    QString file = {};
-    QList<Header> headers = {};
-};
+using Reply = http::Reply;
 
 namespace reply {
 

@@ -52,9 +52,11 @@ void addRoutes(Router& router, Catalogue& catalogue, const Store& store, const Q
                 }});
     router.add({.method = "GET",
                 .pattern = "/files/*",
-                .handler = [&store](const Call& call, const QByteArray& parameter) {
-                    return storedFile(call, store, parameter);
-                }});
+                .handler =
+                    [&store](const Call& call, const QByteArray& parameter) {
+                        return storedFile(call, store, parameter);
+                    },
+                .work = Work::Files});
     router.add({.method = "GET",
                 .pattern = "/v3/binary/latest/11/ga/linux/x64/jre/hotspot/normal/eclipse",
                 .handler = [&catalogue, &store, filesOrigin](const Call& call, const QByteArray&) {

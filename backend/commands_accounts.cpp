@@ -26,7 +26,7 @@ int listAccounts(const QStringList& words)
     Passwords passwords;
     const auto accounts = AccountAdmin(site.database(), passwords).list(options.value(u"match"_s));
     for (const ListedAccount& account : accounts) {
-        const auto created = QDateTime::fromSecsSinceEpoch(account.created, Qt::UTC);
+        const auto created = QDateTime::fromSecsSinceEpoch(account.created).toUTC();
         command::print(u"%1  %2  %3  %4 sessions%5"_s.arg(
             account.name.leftJustified(16), account.uuid, created.toString(u"yyyy-MM-dd"),
             QString::number(account.sessions), account.disabled ? u"  disabled"_s : QString()));

@@ -42,9 +42,14 @@ QString connectionName(const Database* database)
         .arg(quintptr(QThread::currentThreadId()), 0, 16);
 }
 
-Fault faultOf(const QSqlError& error)
+[[noreturn]] void raise(const QSqlError& error)
 {
-    return Fault(u"database: "_s + error.text().simplified());
+    // SQLite's BUSY and LOCKED; PostgreSQL's lock_not_available.
+    static const QStringList busy{u"5"_s, u"6"_s, u"261"_s, u"517"_s, u"55P03"_s};
+    const QString text = u"database: "_s + error.text().simplified();
+    if (busy.contains(error.nativeErrorCode()))
+        throw Busy(text);
+    throw Fault(text);
 }
 
 } // namespace
@@ -81,21 +86,23 @@ void Database::open(QSqlDatabase& connection) const
         connection.setDatabaseName(url.path().mid(1));
         connection.setUserName(url.userName(QUrl::FullyDecoded));
         connection.setPassword(url.password(QUrl::FullyDecoded));
+        connection.setConnectOptions(u"connect_timeout=5"_s);
     } else {
         connection.setDatabaseName(m_location);
     }
     if (!connection.open())
-        throw faultOf(connection.lastError());
+        raise(connection.lastError());
     // FULL, because an answered registration must survive a power cut, not only a crash.
     static const QStringList forSqlite{
-        u"PRAGMA busy_timeout = 10000"_s, u"PRAGMA journal_mode = WAL"_s,
+        u"PRAGMA busy_timeout = 5000"_s, u"PRAGMA journal_mode = WAL"_s,
         u"PRAGMA synchronous = FULL"_s, u"PRAGMA foreign_keys = ON"_s};
     // It would tell on standard error that a table exists already.
-    static const QStringList forPostgres{u"SET client_min_messages = warning"_s};
+    static const QStringList forPostgres{u"SET client_min_messages = warning"_s,
+                                         u"SET lock_timeout = 5000"_s};
     for (const QString& statement : m_postgres ? forPostgres : forSqlite) {
         QSqlQuery query(connection);
         if (!query.exec(statement))
-            throw faultOf(query.lastError());
+            raise(query.lastError());
     }
 }
 
@@ -128,7 +135,7 @@ void Database::fail(QSqlDatabase& held, const QSqlQuery& query) const
     // A server that was restarted leaves a dead connection behind; the next use opens a new one.
     if (m_postgres && !QSqlQuery(held).exec(u"SELECT 1"_s))
         held.close();
-    throw faultOf(error);
+    raise(error);
 }
 
 QVariantList Database::row(const QString& sql, const QVariantList& values)

@@ -1,8 +1,8 @@
 #include "backend/login_guard.h"
 
+#include "backend/network_address.h"
+
 #include <algorithm>
-#include <arpa/inet.h>
-#include <array>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -18,15 +18,6 @@ Refusal tooManyFailures(int seconds)
     return {429, u"Too many failed logins. Try again in %1."_s.arg(when), {}, seconds};
 }
 
-// Whoever has one IPv6 address has 2^64 of them: they count as one.
-QString networkOf(const QString& address)
-{
-    std::array<unsigned char, 16> bytes = {};
-    if (inet_pton(AF_INET6, address.toLatin1().constData(), bytes.data()) != 1)
-        return address;
-    return QString::fromLatin1(QByteArray(reinterpret_cast<const char*>(bytes.data()), 8).toHex());
-}
-
 } // namespace
 
 LoginGuard::LoginGuard(Accounts& accounts)
@@ -39,7 +30,7 @@ Outcome<Session> LoginGuard::login(const QString& name, const QString& password,
 {
     // Names that nobody has are counted as well: the answer must not tell them apart.
     const QString account = name.left(32).toLower();
-    const QString network = networkOf(address);
+    const QString network = network_address::network(address);
     if (const int seconds = m_byAddress.tryNow(network); seconds > 0)
         return tooManyFailures(seconds);
     if (const int seconds = m_byAccount.tryNow(account); seconds > 0) {

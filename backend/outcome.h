@@ -49,3 +49,10 @@ public:
     explicit Fault(const QString& text) : std::runtime_error(text.toStdString()) {}
     QString text() const { return QString::fromUtf8(what()); }
 };
+
+// It took too long, because somebody else holds what is needed: it may work in a moment.
+class Busy : public Fault
+{
+public:
+    using Fault::Fault;
+};

@@ -27,7 +27,7 @@ Reply wrongMethod(const QByteArray& allowed)
 
 } // namespace
 
-std::variant<Router::Match, Reply> Router::match(Call& call) const
+std::variant<Router::Match, Reply> Router::find(const Call& call) const
 {
     QByteArray allowed;
     for (const Route& route : m_routes) {
@@ -38,8 +38,6 @@ std::variant<Router::Match, Reply> Router::match(Call& call) const
             allowed = route.method == "GET" ? QByteArray("GET, HEAD") : route.method;
             continue;
         }
-        if (const auto fault = faultBeforeBody(route, call))
-            return reply::refused(*fault);
         return Match{&route, *parameter};
     }
     if (!allowed.isEmpty())
@@ -47,14 +45,17 @@ std::variant<Router::Match, Reply> Router::match(Call& call) const
     return reply::refused({404, u"There is nothing at this address."_s});
 }
 
-std::optional<Refusal> Router::faultBeforeBody(const Route& route, Call& call) const
+std::optional<Refusal> Router::authenticate(Call& call) const
 {
-    if (route.needsSession) {
-        const auto account = m_authenticate(call.token);
-        if (!account)
-            return account.refusal();
-        call.account = *account;
-    }
+    const auto account = m_authenticate(call.token);
+    if (!account)
+        return account.refusal();
+    call.account = *account;
+    return {};
+}
+
+std::optional<Refusal> Router::faultOfBody(const Route& route, const Call& call)
+{
     if (call.bodyBytes > route.bodyLimit)
         return Refusal{413, route.bodyLimit == 0
                                 ? u"This address takes no body."_s

@@ -6,6 +6,9 @@
 #include <variant>
 #include <vector>
 
+// What an operation may have to wait for; each kind waits for itself alone.
+enum class Work { Files, Health, Reading, Writing, Login, Registration };
+
 // One operation: where it is, what it needs before its body is read, and who answers it.
 struct Route
 {
@@ -15,6 +18,7 @@ struct Route
     // "/skins/*.png": the star stands for one parameter.
     QByteArray pattern;
     Handler handler;
+    Work work = Work::Reading;
     bool needsSession = false;
     // The body's type and size; no type means that no body is read.
     QByteArray bodyType = {};
@@ -35,15 +39,16 @@ public:
 
     struct Match
     {
-        const Route* route;
+        const Route* route = nullptr;
         QByteArray parameter;
     };
-    // Sets call.account where the operation needs one.
-    std::variant<Match, Reply> match(Call& call) const;
+    // By path and method; waits for nothing.
+    std::variant<Match, Reply> find(const Call& call) const;
+    // Sets call.account; looks into the database.
+    std::optional<Refusal> authenticate(Call& call) const;
+    static std::optional<Refusal> faultOfBody(const Route& route, const Call& call);
 
 private:
-    std::optional<Refusal> faultBeforeBody(const Route& route, Call& call) const;
-
     Authenticate m_authenticate;
     std::vector<Route> m_routes;
 };

@@ -29,6 +29,22 @@ void describe(command::Options& options)
                 u"ADDRS"_s);
     options.add(u"access-log"_s,
                 u"Log requests as JSON lines to a file, or - for standard error."_s, u"FILE"_s);
+    const QString number = u"NUMBER"_s;
+    options.add(u"max-connections"_s, u"How many clients are served at a time."_s, number,
+                u"4000"_s);
+    options.add(u"max-address-connections"_s,
+                u"How many of them may have the same address (IPv6: the same network)."_s, number,
+                u"100"_s);
+    options.add(u"max-body-memory"_s, u"MiB that all uploads under way may fill."_s, number,
+                u"32"_s);
+    options.add(u"max-account-body-memory"_s, u"MiB of them that one account may fill."_s, number,
+                u"4"_s);
+    options.add(u"stall-seconds"_s,
+                u"How long a client may take for each 64 KiB of an answer; for an upload, half "
+                "as long."_s,
+                number, u"30"_s);
+    options.add(u"answer-seconds"_s, u"After how long a request that waits is answered 503."_s,
+                number, u"10"_s);
 }
 
 // "ADDR:PORT", an IPv6 address in brackets.
@@ -36,13 +52,14 @@ bool parseListen(const QString& text, ServeOptions& parsed)
 {
     const qsizetype colon = text.lastIndexOf(u':');
     bool isNumber = false;
-    parsed.port = QStringView(text).mid(colon + 1).toInt(&isNumber);
-    parsed.host = text.left(std::max<qsizetype>(colon, 0));
-    if (parsed.host.startsWith(u'[') && parsed.host.endsWith(u']'))
-        parsed.host = parsed.host.mid(1, parsed.host.size() - 2);
-    else if (parsed.host.contains(u':'))
+    parsed.network.port = QStringView(text).mid(colon + 1).toInt(&isNumber);
+    parsed.network.host = text.left(std::max<qsizetype>(colon, 0));
+    if (parsed.network.host.startsWith(u'[') && parsed.network.host.endsWith(u']'))
+        parsed.network.host = parsed.network.host.mid(1, parsed.network.host.size() - 2);
+    else if (parsed.network.host.contains(u':'))
         return false;
-    return !parsed.host.isEmpty() && isNumber && parsed.port >= 0 && parsed.port <= 65535;
+    return !parsed.network.host.isEmpty() && isNumber && parsed.network.port >= 0 &&
+           parsed.network.port <= 65535;
 }
 
 // An http or https address, left without its last slashes.
@@ -57,6 +74,41 @@ bool parseOrigin(QString text, QString& parsed)
            (url.isValid() && web && !url.host().isEmpty() && !url.hasQuery() && !url.hasFragment());
 }
 
+// Reads a number above 0; hands back what is wrong, or nothing.
+template <typename Number>
+QString parseNumber(const command::Options& options, const QString& name, Number& parsed,
+                    Number unit)
+{
+    bool isNumber = false;
+    const int number = options.value(name).toInt(&isNumber);
+    if (!isNumber || number < 1 || number > 1'000'000)
+        return u"--%1 must be a number between 1 and 1000000."_s.arg(name);
+    parsed = static_cast<Number>(number * unit);
+    return {};
+}
+
+QString parseLimits(const command::Options& options, ServeOptions& parsed)
+{
+    constexpr qint64 mebibyte = 1024 * 1024;
+    http::Options& network = parsed.network;
+    QString wrong = parseNumber(options, u"max-connections"_s, network.connections, size_t(1));
+    const auto next = [&](const QString& name, auto& field, auto unit) {
+        if (wrong.isEmpty())
+            wrong = parseNumber(options, name, field, unit);
+    };
+    next(u"max-address-connections"_s, network.connectionsOfAddress, 1);
+    next(u"max-body-memory"_s, parsed.bodies.process, mebibyte);
+    next(u"max-account-body-memory"_s, parsed.bodies.account, mebibyte);
+    int stall = 0;
+    int answer = 0;
+    next(u"stall-seconds"_s, stall, 1);
+    next(u"answer-seconds"_s, answer, 1);
+    network.transfer = std::chrono::seconds(stall);
+    network.body = network.transfer / 2;
+    network.application = std::chrono::seconds(answer);
+    return wrong;
+}
+
 // What is wrong with the options, or nothing.
 QString check(const command::Options& options, ServeOptions& parsed)
 {
@@ -68,12 +120,12 @@ QString check(const command::Options& options, ServeOptions& parsed)
         return origin.arg(u"public-origin"_s);
     if (!parseOrigin(options.value(u"files-origin"_s), parsed.filesOrigin))
         return origin.arg(u"files-origin"_s);
-    const bool anywhere = parsed.host == "0.0.0.0"_L1 || parsed.host == "::"_L1;
+    const bool anywhere = parsed.network.host == "0.0.0.0"_L1 || parsed.network.host == "::"_L1;
     if (anywhere && parsed.publicOrigin.isEmpty())
         return u"--public-origin is needed when listening on all addresses."_s;
-    if (parsed.tlsCertificate.isEmpty() != parsed.tlsKey.isEmpty())
+    if (parsed.network.certificate.isEmpty() != parsed.network.key.isEmpty())
         return u"--tls-certificate and --tls-key go together."_s;
-    return {};
+    return parseLimits(options, parsed);
 }
 
 } // namespace
@@ -87,17 +139,19 @@ std::variant<ServeOptions, int> ServeOptions::parse(const QStringList& words)
         return *over;
     ServeOptions parsed;
     parsed.site = options.site();
-    parsed.tlsCertificate = options.value(u"tls-certificate"_s);
-    parsed.tlsKey = options.value(u"tls-key"_s);
+    parsed.network.certificate = options.value(u"tls-certificate"_s);
+    parsed.network.key = options.value(u"tls-key"_s);
     parsed.accessLog = options.value(u"access-log"_s);
-    parsed.trustedProxies = options.value(u"trusted-proxy"_s).split(u',', Qt::SkipEmptyParts);
+    parsed.network.trustedProxies =
+        options.value(u"trusted-proxy"_s).split(u',', Qt::SkipEmptyParts);
     if (const QString wrong = check(options, parsed); !wrong.isEmpty())
         return command::wrongUsage(wrong, u"serve"_s);
     return parsed;
 }
 
-QString ServeOptions::localOrigin() const
+QString ServeOptions::localOrigin(int port) const
 {
+    const QString& host = network.host;
     const QString address = host.contains(u':') ? u"[%1]"_s.arg(host) : host;
-    return u"%1://%2:%3"_s.arg(tlsKey.isEmpty() ? u"http"_s : u"https"_s, address).arg(port);
+    return u"%1://%2:%3"_s.arg(network.key.isEmpty() ? u"http"_s : u"https"_s, address).arg(port);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "backend/body_budget.h"
+#include "backend/http/engine.h"
 #include "backend/site.h"
 
 #include <QString>
@@ -11,18 +13,15 @@
 struct ServeOptions
 {
     SiteLocation site;
-    QString host;
-    int port = 0;
+    http::Options network;
+    BodyBudget::Limits bodies;
     // Without a last slash; empty when not given.
     QString publicOrigin;
     QString filesOrigin;
-    QString tlsCertificate;
-    QString tlsKey;
     QString accessLog;
-    QStringList trustedProxies;
 
     // The options, or the exit code when the command is over already.
     static std::variant<ServeOptions, int> parse(const QStringList& words);
-    // How the server is reached from its own machine.
-    QString localOrigin() const;
+    // How the server is reached from its own machine, at the port that it listens on.
+    QString localOrigin(int port) const;
 };

@@ -1,11 +1,11 @@
 #pragma once
 
-class Database;
+class Health;
 class Router;
 
 namespace status_api {
 
 // /healthz: whether the server and its database answer.
-void addRoutes(Router& router, Database& database);
+void addRoutes(Router& router, Health& health);
 
 } // namespace status_api

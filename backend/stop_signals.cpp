@@ -1,7 +1,13 @@
 #include "backend/stop_signals.h"
 
+#include "backend/log.h"
+
+#include <cerrno>
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -40,6 +46,20 @@ void StopSignals::onStop(std::function<void()> stop)
         const sigset_t set = stopSet();
         int received = 0;
         sigwait(&set, &received);
+        if (received == SIGUSR1)
+            return;
         stop();
+        // Until the destructor wakes us. Threads that hang cannot be ended one by one; what they
+        // did not commit, the database undoes.
+        sigset_t over;
+        sigemptyset(&over);
+        sigaddset(&over, SIGUSR1);
+        const timespec patience{9, 0};
+        while (sigtimedwait(&over, nullptr, &patience) < 0) {
+            if (errno == EINTR)
+                continue;
+            logging::error(u"stopped without waiting for what hangs"_s);
+            _exit(0);
+        }
     });
 }

@@ -5,8 +5,9 @@
 #include <functional>
 #include <thread>
 
-// Turns SIGTERM and SIGINT into one call on a thread of its own. Make it before any other thread,
-// so that none of them is interrupted by these signals.
+// Turns SIGTERM and SIGINT into one call on a thread of its own, and sees to it that the program
+// ends within ten seconds after it: then it exits with 0, whatever hangs. Make it before any other
+// thread, so that none of them is interrupted by these signals.
 class StopSignals
 {
 public:

@@ -12,8 +12,11 @@ class StoreLock
 public:
     enum class Mode { Shared, Alone };
 
+    // Client: throws Busy when it takes longer than a client can wait.
+    enum class Patience { Endless, Client };
+
     // Waits until it can be had.
-    StoreLock(const Store& store, Mode mode);
+    explicit StoreLock(const Store& store, Mode mode, Patience patience = Patience::Endless);
     ~StoreLock();
     Q_DISABLE_COPY_MOVE(StoreLock)
 

@@ -9,19 +9,34 @@ die() {
     exit 1
 }
 
+is_installed() { dpkg-query -W -f '${Status}' "$1" 2>/dev/null | grep -q 'ok installed'; }
+
+# What is not installed of scripts/packages, one name for each line of alternatives.
+missing_packages() {
+    local line name chosen
+    while read -r line; do
+        chosen=
+        for name in ${line//|/ }; do
+            chosen=$name
+            if is_installed "$name" || apt-cache show "$name" >/dev/null 2>&1; then
+                break
+            fi
+        done
+        [ -z "$chosen" ] || is_installed "$chosen" || echo "$chosen"
+    done < <(sed 's/#.*//' "$root/scripts/packages")
+}
+
 # Installs what is missing of scripts/packages; asks for nothing when all is there.
 install_packages() {
-    local wanted missing=() name sudo=()
-    wanted=$(sed 's/#.*//' "$root/scripts/packages")
-    for name in $wanted; do
-        dpkg-query -W -f '${Status}' "$name" 2>/dev/null | grep -q 'ok installed' || missing+=("$name")
-    done
-    [ ${#missing[@]} -eq 0 ] && return
-    say "installing ${#missing[@]} packages: ${missing[*]}"
+    local missing sudo=()
+    [ -n "$(missing_packages)" ] || return 0
     if [ "$(id -u)" -ne 0 ]; then
         command -v sudo >/dev/null || die "run as root, or install sudo, so that packages can be installed"
         sudo=(sudo)
     fi
     "${sudo[@]}" apt-get update -q
+    # Only now is it known which of several alternatives there is.
+    mapfile -t missing < <(missing_packages)
+    say "installing ${#missing[@]} packages: ${missing[*]}"
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}"
 }

@@ -68,9 +68,9 @@ void TestBackendSlow::answersWhileClientsStall()
         QVERIFY(stalled.back());
         const QByteArray starts[] = {
             "", "GET /manif",
-            "POST /auth/login HTTP/1.1\r\nContent-Type: application/json\r\n"
+            "POST /auth/login HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
             "Content-Length: 500\r\n\r\n{",
-            "GET " + m_filePath + " HTTP/1.1\r\n\r\n"};
+            "GET " + m_filePath + " HTTP/1.1\r\nHost: x\r\n\r\n"};
         stalled.back()->setReadBufferSize(1);
         stalled.back()->write(starts[i % 4]);
         stalled.back()->flush();
@@ -97,7 +97,7 @@ void TestBackendSlow::dropsClientsThatStall()
     clients.push_back({"in the middle of a head", "GET /manifest.json HTTP/1.1\r\n", 10});
     clients.push_back({"idle after an answer", get, 15});
     clients.push_back({"in the middle of a body",
-                       "POST /auth/login HTTP/1.1\r\nContent-Type: application/json\r\n"
+                       "POST /auth/login HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
                        "Content-Length: 500\r\n\r\n{",
                        15});
     for (Client& client : clients) {
@@ -134,7 +134,8 @@ void TestBackendSlow::survivesClientsThatHangUp()
     for (int i = 0; i < 50; ++i) {
         const auto socket = connected();
         QVERIFY(socket);
-        socket->write(i % 2 ? QByteArray(get).left(i) : "GET " + m_filePath + " HTTP/1.1\r\n\r\n");
+        socket->write(i % 2 ? QByteArray(get).left(i)
+                            : "GET " + m_filePath + " HTTP/1.1\r\nHost: x\r\n\r\n");
         socket->flush();
         socket->abort();
     }
@@ -148,7 +149,7 @@ void TestBackendSlow::answersWhatHasBegunBeforeItStops()
     const auto idle = connected();
     const auto begun = connected();
     QVERIFY(idle && begun);
-    begun->write("POST /auth/register HTTP/1.1\r\nContent-Type: application/json\r\n"
+    begun->write("POST /auth/register HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
                  "Expect: 100-continue\r\nContent-Length: " +
                  QByteArray::number(body.size()) + "\r\n\r\n");
     QVERIFY(begun->waitForReadyRead(5000));

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QStringList>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+// An HTTP/1.1 server that knows nothing of what it serves.
+namespace http {
+
+using Header = std::pair<QByteArray, QByteArray>;
+
+struct Request
+{
+    QByteArray method;
+    QByteArray path; // decoded, without what follows a "?"
+    QList<Header> fields;
+    QString address; // who asks; behind a trusted proxy, whom the proxy names
+    QElapsedTimer timer;
+    qint64 bodyBytes = 0; // as announced
+    QByteArray body;
+    std::shared_ptr<void> context; // the application's own
+
+    // All values of that name, whatever its case, separated by commas.
+    QByteArray field(const char* name) const;
+};
+using RequestPtr = std::shared_ptr<Request>;
+
+// What goes back: a body, or a part of an open file.
+struct Reply
+{
+    int status = 200;
+    QByteArray contentType = {};
+    QByteArray body = {};
+    QList<Header> headers = {};
+    std::shared_ptr<QFile> file = {};
+    qint64 offset = 0;
+    qint64 fileBytes = 0;
+};
+// {"error": what the status means}; of 503 also when to try again.
+Reply failure(int status);
+
+struct Answer
+{
+    // Once, from any thread.
+    std::function<void(std::optional<Reply>)> give;
+    // Nobody waits any more: work that has not begun is in vain.
+    std::atomic<bool> abandoned = false;
+};
+using AnswerPtr = std::shared_ptr<Answer>;
+
+// Called on the engine's thread, which must not be kept waiting: what blocks goes elsewhere.
+class Application
+{
+public:
+    virtual ~Application() = default;
+    // May this head have its body? Nothing: yes. A reply ends the matter.
+    virtual void judge(const RequestPtr& request, const AnswerPtr& answer) = 0;
+    // The answer to the whole request.
+    virtual void answer(const RequestPtr& request, const AnswerPtr& answer) = 0;
+};
+
+struct Options
+{
+    QString host;
+    int port = 0;
+    QString certificate, key;                      // PEM files; none: plain HTTP
+    QStringList trustedProxies;                    // their X-Forwarded-For is believed
+    QList<Header> headers;                         // of every answer
+    size_t connections = 4000;                     // more wait in the kernel's queue
+    int connectionsOfAddress = 100;                // or IPv6 network; more are closed
+    std::chrono::milliseconds idle{15'000};        // between two requests
+    std::chrono::milliseconds head{10'000};        // for all of it, or the TLS handshake
+    std::chrono::milliseconds body{15'000};        // for every 64 KiB of it
+    std::chrono::milliseconds transfer{30'000};    // for every 64 KiB of an answer
+    std::chrono::milliseconds application{10'000}; // then the answer is 503
+    std::chrono::milliseconds drain{3'000};        // after the last answer
+    std::chrono::milliseconds stop{8'000};         // for what has begun
+};
+
+// One thread for all clients: none of them holds it up, and every wait has a deadline.
+class Engine
+{
+public:
+    // Listens already. Throws Fault when it cannot, or when the certificate cannot be used.
+    static std::unique_ptr<Engine> make(const Options& options);
+    virtual ~Engine() = default;
+
+    virtual int port() const = 0;
+    // Until stop(), from any thread. The application's threads must end before the engine goes.
+    virtual void run(Application& application) = 0;
+    virtual void stop() = 0;
+};
+
+} // namespace http
