@@ -29,6 +29,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto token = asio::as_tuple(asio::use_awaitable);
 constexpr size_t blockBytes = 64 * 1024;
+using Unsent = asio::detail::socket_option::integer<IPPROTO_TCP, TCP_NOTSENT_LOWAT>;
 
 QByteArray reasonOf(int status)
 {
@@ -48,8 +49,6 @@ public:
         , m_address(std::move(address))
         , m_socket(std::move(socket))
     {
-        error_code ignored;
-        m_socket.set_option(tcp::no_delay(true), ignored);
         if (secure)
             m_tls.emplace(m_socket, *secure);
     }
@@ -157,7 +156,11 @@ private:
         if (head.expectsLeave && m_input.size() < body &&
             !co_await write(leave.data(), leave.size()))
             co_return false;
-        co_return co_await readBody() && co_await ask(&Application::answer);
+        if (!co_await readBody())
+            co_return false;
+        if (!co_await ask(&Application::answer))
+            m_reply = failure(500);
+        co_return true;
     }
 
     // Whether there is a reply. Whoever takes too long is not waited for.
@@ -346,6 +349,10 @@ public:
                                                             tcp::resolver::passive);
         // Not SO_REUSEPORT, with which a second server would share the port in silence.
         m_acceptor = tcp::acceptor(m_context, *found.begin(), true);
+        // Who is accepted inherits them. The second keeps the kernel from hiding who reads slowly,
+        // and from holding megabytes for who does not read.
+        m_acceptor.set_option(tcp::no_delay(true));
+        m_acceptor.set_option(Unsent(2 * blockBytes));
     } catch (const boost::system::system_error& fault) {
         throw Fault(u"cannot listen on %1:%2: %3"_s.arg(options.host)
                         .arg(options.port)

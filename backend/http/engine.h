@@ -67,11 +67,12 @@ public:
 
 struct Options
 {
-    QString host;
+    QString host = {};
     int port = 0;
-    QString certificate, key;                      // PEM files; none: plain HTTP
-    QStringList trustedProxies;                    // their X-Forwarded-For is believed
-    QList<Header> headers;                         // of every answer
+    QString certificate = {};                      // PEM files; none: plain HTTP
+    QString key = {};                              // PEM files; none: plain HTTP
+    QStringList trustedProxies = {};               // their X-Forwarded-For is believed
+    QList<Header> headers = {};                    // of every answer
     size_t connections = 4000;                     // more wait in the kernel's queue
     int connectionsOfAddress = 100;                // or IPv6 network; more are closed
     std::chrono::milliseconds idle{15'000};        // between two requests
