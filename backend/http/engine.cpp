@@ -14,6 +14,7 @@
 #include <QLocale>
 
 #include <set>
+#include <sys/sendfile.h>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -29,6 +30,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto token = asio::as_tuple(asio::use_awaitable);
 constexpr size_t blockBytes = 64 * 1024;
+// One client does not keep the others waiting for longer than this takes.
+constexpr size_t turnBytes = 1024 * 1024;
 using Unsent = asio::detail::socket_option::integer<IPPROTO_TCP, TCP_NOTSENT_LOWAT>;
 
 QByteArray reasonOf(int status)
@@ -49,6 +52,8 @@ public:
         , m_address(std::move(address))
         , m_socket(std::move(socket))
     {
+        error_code ignored;
+        m_socket.native_non_blocking(true, ignored);
         if (secure)
             m_tls.emplace(m_socket, *secure);
     }
@@ -226,21 +231,38 @@ private:
         const Reply reply = std::exchange(m_reply, {});
         m_isAnswering = true;
         allow(m_options.transfer);
-        bool isSent = co_await write(bytes.constData(), static_cast<size_t>(bytes.size()));
-        std::string block(std::min(static_cast<size_t>(fileBytes), 4 * blockBytes), '\0');
-        for (qint64 sent = 0; isSent && sent < fileBytes;) {
-            const auto wanted = std::min(static_cast<size_t>(fileBytes - sent), block.size());
-            const ssize_t got =
-                ::pread(reply.file->handle(), block.data(), wanted, reply.offset + sent);
-            // A file may have become shorter.
-            isSent = got > 0 && co_await write(block.data(), static_cast<size_t>(got));
-            sent += got;
-        }
+        const bool isSent = co_await write(bytes.constData(), static_cast<size_t>(bytes.size())) &&
+                            co_await sendFile(reply, reply.offset + fileBytes);
         m_isAnswering = false;
         allow(m_options.idle);
         if (m_input.empty())
             m_input.shrink_to_fit();
         co_return isSent;
+    }
+
+    // From the reply's offset to that end.
+    asio::awaitable<bool> sendFile(const Reply& reply, off_t end)
+    {
+        std::string block(m_tls && reply.offset < end ? blockBytes / 2 : 0, '\0');
+        for (off_t at = reply.offset; at < end;) {
+            const auto left = static_cast<size_t>(end - at);
+            const int file = reply.file->handle();
+            const ssize_t went =
+                m_tls ? ::pread(file, block.data(), std::min(left, block.size()), at)
+                      : ::sendfile(m_socket.native_handle(), file, &at, std::min(left, turnBytes));
+            // A file may have become shorter.
+            if (went == 0 || (went < 0 && errno != EAGAIN))
+                co_return false;
+            const auto count = static_cast<size_t>(std::max<ssize_t>(went, 0));
+            if (m_tls && !co_await write(block.data(), count))
+                co_return false;
+            if (m_tls)
+                at += went;
+            else if (std::get<0>(co_await m_socket.async_wait(tcp::socket::wait_write, token)))
+                co_return false;
+            moved(m_tls ? 0 : count, m_options.transfer);
+        }
+        co_return true;
     }
 
     QByteArray headOf(const Reply& reply) const
