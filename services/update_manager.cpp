@@ -101,7 +101,17 @@ UpdateManager::Build UpdateManager::newestBuild(const QByteArray& manifest)
 
 void UpdateManager::onManifestDownloaded(const QString& error, const QByteArray& manifest)
 {
-    const Build build = error.isEmpty() ? newestBuild(manifest) : Build{};
+    if (!error.isEmpty()) {
+        Q_EMIT upToDate();
+        return;
+    }
+    m_worker.run(
+        this, [manifest] { return newestBuild(manifest); },
+        [this](const Build& build) { judge(build); });
+}
+
+void UpdateManager::judge(const Build& build)
+{
     const bool offered = !build.version.isEmpty() && !build.url.isEmpty();
     if (offered && compareVersions(build.version, QString(deployment::version)) > 0)
         update(build);

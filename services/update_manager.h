@@ -1,5 +1,7 @@
 #pragma once
 
+#include "services/worker.h"
+
 #include <QObject>
 #include <QString>
 
@@ -51,10 +53,12 @@ private:
 
     static Build newestBuild(const QByteArray& manifest);
     void onManifestDownloaded(const QString& error, const QByteArray& manifest);
+    void judge(const Build& build);
     void compareWithRunningExe(const Build& build);
     void update(const Build& build);
     void download(const QString& url, const QString& sha256, const QString& version,
                   bool fullArchive);
 
     QNetworkAccessManager* m_network;
+    Worker m_worker; // last: it uses nothing of the others once they are gone
 };

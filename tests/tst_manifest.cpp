@@ -1,5 +1,6 @@
 #include "app/settings.h"
 #include "tests/support/files.h"
+#include "tests/support/heartbeat.h"
 #include "tests/support/http_server.h"
 #include "tests/support/throwaway_home.h"
 #include "tests/support/tls.h"
@@ -12,6 +13,8 @@
 #include <QTest>
 
 #include <memory>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -28,6 +31,16 @@ const QByteArray good = json("{'versions':[{'id':'0.3','url':'http://x/a.jar','s
                              "'released':'today'}],"
                              "'news':[{'title':'Hello','date':'now','body':'text'}]}");
 const QByteArray older = json("{'versions':[{'id':'0.1','url':'http://x/old.jar'}]}");
+
+// As much as a server may send, in the shape that costs most to parse.
+QByteArray manyShortEntries()
+{
+    QByteArray document = "{\"versions\":[";
+    while (document.size() < 16 * 1024 * 1024 - 100)
+        document += R"({"id":"1","url":"u"},)";
+    document.chop(1);
+    return document + "]}";
+}
 
 QByteArray nested(int depth)
 {
@@ -344,6 +357,61 @@ private Q_SLOTS:
         QCOMPARE(manager.parseManifest(contentOf(manager.manifestCachePath())), true);
         m_server->goOffline();
         QVERIFY(refreshed(manager).startsWith(u"failed: "));
+    }
+
+    void parsesBesideTheEventLoop_data()
+    {
+        QTest::addColumn<bool>("offline");
+        QTest::newRow("downloaded") << false;
+        QTest::newRow("kept") << true;
+    }
+
+    void parsesBesideTheEventLoop()
+    {
+        QFETCH(bool, offline);
+        VersionManager manager;
+        const QByteArray huge = manyShortEntries();
+        if (offline)
+            writeFile(manager.manifestCachePath(), huge);
+        else
+            m_server->answer("/manifest.json", HttpAnswer::json(huge));
+        QSignalSpy ready(&manager, &VersionManager::manifestReady);
+        Heartbeat heartbeat;
+        manager.refreshManifest();
+        QTRY_COMPARE_WITH_TIMEOUT(ready.size(), 1, 60'000);
+        QCOMPARE(ready.first().first().toBool(), offline);
+        QVERIFY(manager.versions().size() > 500'000);
+        // On the same thread it is more than a second of work under sanitizers.
+        QVERIFY2(heartbeat.longestProcessorMs() < 300,
+                 qPrintable(QString::number(heartbeat.longestProcessorMs())));
+    }
+
+    void isDestroyedWhileItParses()
+    {
+        m_server->answer("/manifest.json", HttpAnswer::json(manyShortEntries()));
+        auto manager = std::make_unique<VersionManager>();
+        QSignalSpy ready(manager.get(), &VersionManager::manifestReady);
+        manager->refreshManifest();
+        manager->refreshManifest();
+        // What is kept is there before the answer is: the parsing is over, the signal is not.
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(manager->manifestCachePath()), 60'000);
+        manager.reset();
+        QCoreApplication::processEvents();
+        QCOMPARE(ready.size(), 0);
+    }
+
+    void waitsForNoPipeInTheCachesPlace()
+    {
+        VersionManager manager;
+        QVERIFY(QDir().mkpath(QFileInfo(manager.manifestCachePath()).path()));
+        QCOMPARE(mkfifo(QFile::encodeName(manager.manifestCachePath()).constData(), 0600), 0);
+        QSignalSpy ready(&manager, &VersionManager::manifestReady);
+        QSignalSpy failed(&manager, &VersionManager::manifestFailed);
+        manager.refreshManifest();
+        QTRY_COMPARE(failed.size(), 1);
+        m_server->answer("/manifest.json", HttpAnswer::json(older));
+        manager.refreshManifest();
+        QTRY_COMPARE(ready.size(), 1);
     }
 
     void sendsARequestForEachCall()

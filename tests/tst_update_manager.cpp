@@ -1,6 +1,7 @@
 #include "app/deployment.h"
 #include "app/settings.h"
 #include "services/update_manager.h"
+#include "tests/support/heartbeat.h"
 #include "tests/support/http_server.h"
 #include "tests/support/throwaway_home.h"
 #include "tests/support/tls.h"
@@ -287,6 +288,21 @@ private Q_SLOTS:
         QTRY_VERIFY(m_log.contains("updateFailed " + mismatch.toUtf8()));
         QVERIFY(!progress.isEmpty());
         QCOMPARE(progress.last(), (QVariantList{qint64{300'000}, qint64{300'000}}));
+    }
+
+    void readsAHugeManifestBesideTheEventLoop()
+    {
+        QByteArray huge = "{\"versions\":[";
+        while (huge.size() < 16 * 1024 * 1024 - 200)
+            huge += R"({"id":"1","url":"u"},)";
+        huge += R"({}],"launcher":{"version":"0.9","url":"http://x/"}})";
+        m_server->answer("/manifest.json", HttpAnswer::json(huge));
+        Heartbeat heartbeat;
+        m_manager->checkForUpdate();
+        QTRY_COMPARE_WITH_TIMEOUT(m_log, QByteArrayList{"upToDate"}, 60'000);
+        // On the same thread it is half a second of work under sanitizers.
+        QVERIFY2(heartbeat.longestProcessorMs() < 250,
+                 qPrintable(QString::number(heartbeat.longestProcessorMs())));
     }
 
     void failsWithTheNetworksText_data()

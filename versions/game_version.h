@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 
 // One installable game version, as the manifest gives it.
@@ -17,4 +18,11 @@ struct NewsItem
     QString title;
     QString date; // free text
     QString body; // plain text
+};
+
+// What the launcher keeps of a manifest, in its order.
+struct Manifest
+{
+    QList<GameVersion> versions;
+    QList<NewsItem> news;
 };

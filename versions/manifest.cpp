@@ -5,11 +5,15 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
+
+#include <optional>
+#include <utility>
 
 namespace {
 
@@ -39,6 +43,55 @@ QList<NewsItem> newsFrom(const QJsonArray& array)
     return news;
 }
 
+// Nothing when it is not a manifest.
+std::optional<Manifest> manifestFrom(const QByteArray& data)
+{
+    const QJsonDocument document = QJsonDocument::fromJson(data);
+    const QJsonValue versions = document.object()[u"versions"];
+    if (!document.isObject() || !versions.isArray())
+        return {};
+    return Manifest{versionsFrom(versions.toArray()),
+                    newsFrom(document.object()[u"news"].toArray())};
+}
+
+std::optional<Manifest> manifestIn(const QString& path)
+{
+    QFile file(path);
+    // A pipe would be waited for.
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
+        return {};
+    return manifestFrom(file.read(http::maxManifestBytes));
+}
+
+// The cache is a convenience: that it could not be written is nothing to bother the player with.
+void store(const QByteArray& data, const QString& path)
+{
+    const QFileInfo place(path);
+    QDir().mkpath(place.path());
+    QFile cache(path);
+    if ((place.isFile() || !place.exists()) && cache.open(QIODevice::WriteOnly))
+        cache.write(data);
+}
+
+struct Found
+{
+    std::optional<Manifest> manifest;
+    bool fromCache = false;
+};
+
+// The downloaded one, which is then kept, or the one that was kept before.
+Found find(const std::optional<QByteArray>& downloaded, const QString& cache)
+{
+    Found found;
+    if (downloaded)
+        found.manifest = manifestFrom(*downloaded);
+    if (found.manifest)
+        store(*downloaded, cache);
+    else
+        found = {manifestIn(cache), true};
+    return found;
+}
+
 } // namespace
 
 VersionManager::VersionManager(QObject* parent)
@@ -66,37 +119,32 @@ void VersionManager::refreshManifest()
                .isWhole = &http::isCheckedLater}); // a manifest that was cut does not parse
 }
 
+// To parse sixteen megabytes of short entries takes half a second.
 void VersionManager::onManifestDownloaded(const QString& error, const QByteArray& data)
 {
-    if (error.isEmpty() && parseManifest(data)) {
-        storeManifest(data);
-        Q_EMIT manifestReady(false);
-        return;
-    }
-    QFile cache(manifestCachePath());
-    if (cache.open(QIODevice::ReadOnly) && parseManifest(cache.read(http::maxManifestBytes))) {
-        Q_EMIT manifestReady(true);
-        return;
-    }
-    Q_EMIT manifestFailed(error.isEmpty() ? QStringLiteral("Invalid manifest") : error);
+    const auto downloaded = error.isEmpty() ? std::optional(data) : std::nullopt;
+    m_worker.run(
+        this, [downloaded, cache = manifestCachePath()] { return find(downloaded, cache); },
+        [this, error](Found found) {
+            if (!found.manifest) {
+                Q_EMIT manifestFailed(error.isEmpty() ? QStringLiteral("Invalid manifest") : error);
+                return;
+            }
+            take(std::move(*found.manifest));
+            Q_EMIT manifestReady(found.fromCache);
+        });
 }
 
-// The cache is a convenience: that it could not be written is nothing to bother the player with.
-void VersionManager::storeManifest(const QByteArray& data) const
+void VersionManager::take(Manifest manifest)
 {
-    QDir().mkpath(Settings::get().gameDir());
-    QFile cache(manifestCachePath());
-    if (cache.open(QIODevice::WriteOnly))
-        cache.write(data);
+    m_versions = std::move(manifest.versions);
+    m_news = std::move(manifest.news);
 }
 
 bool VersionManager::parseManifest(const QByteArray& data)
 {
-    const QJsonDocument document = QJsonDocument::fromJson(data);
-    const QJsonValue versions = document.object()[u"versions"];
-    if (!document.isObject() || !versions.isArray())
-        return false;
-    m_versions = versionsFrom(versions.toArray());
-    m_news = newsFrom(document.object()[u"news"].toArray());
-    return true;
+    std::optional<Manifest> manifest = manifestFrom(data);
+    if (manifest)
+        take(std::move(*manifest));
+    return manifest.has_value();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "services/worker.h"
 #include "versions/file_digests.h"
 #include "versions/game_version.h"
 
@@ -11,9 +12,9 @@ class QNetworkAccessManager;
 class QProcess;
 
 // The launcher's model of the game: fetches and caches the manifest, installs versions, launches
-// the game. Owned by the main window, lives as long as it; GUI thread only. Work runs
-// asynchronously and answers by signals; requests are neither queued, coalesced nor cancelled, and
-// have no time-outs.
+// the game. Owned by the main window, lives as long as it; GUI thread only, but for the parsing of
+// what was downloaded. Work runs asynchronously and answers by signals; requests are neither
+// queued, coalesced nor cancelled, and have no time-outs.
 class VersionManager : public QObject
 {
     Q_OBJECT
@@ -65,8 +66,8 @@ Q_SIGNALS:
     void gameExited(int exitCode);
 
 private:
+    void take(Manifest manifest);
     void onManifestDownloaded(const QString& error, const QByteArray& data);
-    void storeManifest(const QByteArray& data) const;
     void onJarDownloaded(const GameVersion& v, const QString& error, const QByteArray& body);
     void logOutput(QProcess* process);
 
@@ -74,4 +75,5 @@ private:
     QList<GameVersion> m_versions;
     QList<NewsItem> m_news;
     mutable FileDigests m_digests; // every refill of the launch selector asks for every version
+    Worker m_worker;               // reads, parses and keeps manifests
 };
