@@ -262,10 +262,10 @@ void TestBackendWaits::boundsBodiesOfAccount()
     // What is over counts no more, whatever came of it.
     first->send(QByteArray(size, ' '));
     QVERIFY(first->readUntil("}").startsWith("HTTP/1.1 422"));
-    auto [third, again] = begin(greedy);
-    QVERIFY2(again.startsWith("HTTP/1.1 100"), again.constData());
-    third.reset();
-    QVERIFY(eventually([&] { return begin(greedy).second.startsWith("HTTP/1.1 100"); }));
+    const auto mayBegin = [&] { return begin(greedy).second.startsWith("HTTP/1.1 100"); };
+    QVERIFY(eventually(mayBegin));
+    // That one has gone without its body.
+    QVERIFY(eventually(mayBegin));
 }
 
 void TestBackendWaits::boundsBodiesOfProcess()
@@ -348,6 +348,9 @@ void TestBackendWaits::outlivesDescriptors()
     Clients clients;
     for (int i = 0; i < 40; ++i)
         clients.push_back(std::make_unique<RawClient>(port));
+    // In, and kept for as long as the rest takes on a busy machine.
+    clients.front()->send(health);
+    QVERIFY(clients.front()->readUntil("ok").startsWith("HTTP/1.1 200"));
     QTRY_VERIFY(m_backend->output().contains("cannot accept connections"));
     const qint64 before = processorTime(pid);
     QTest::qWait(2000);
