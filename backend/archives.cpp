@@ -4,7 +4,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSet>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -23,14 +22,15 @@ public:
     void see(const ArchiveReader& reader)
     {
         const QByteArrayList& steps = reader.steps();
-        m_top.insert(steps.first());
+        m_isAlone = m_isAlone && (m_top.isEmpty() || m_top == steps.first());
+        m_top = steps.first();
         m_topIsDirectory = m_topIsDirectory && (steps.size() > 1 || isDirectory(reader));
         if (steps.mid(1) == QByteArrayList{"bin", "java"})
             m_java = reader.kind() == ArchiveReader::Kind::File && (reader.mode() & 0111) != 0;
     }
     QString fault() const
     {
-        if (m_top.size() != 1 || !m_top.begin()->startsWith("jdk") || !m_topIsDirectory)
+        if (!m_isAlone || !m_top.startsWith("jdk") || !m_topIsDirectory)
             return u"must hold one directory at its top, named like \"jdk-11.0.25+9-jre\""_s;
         if (!m_java)
             return u"holds no executable file bin/java in its directory"_s;
@@ -43,7 +43,8 @@ private:
         return reader.kind() == ArchiveReader::Kind::Directory;
     }
 
-    QSet<QByteArray> m_top;
+    QByteArray m_top;
+    bool m_isAlone = true;
     bool m_topIsDirectory = true;
     bool m_java = false;
 };

@@ -70,12 +70,11 @@ void endLater(QNetworkReply* reply)
 {
     QMetaObject::invokeMethod(
         reply->manager(),
-        [reply = QPointer(reply)] {
-            if (!reply)
-                return;
-            if (reply->error() == QNetworkReply::NoError)
-                reply->abort();
-            delete reply.data();
+        [ended = QPointer(reply)] {
+            QNetworkReply* const still = ended.data();
+            if (still && still->error() == QNetworkReply::NoError)
+                still->abort();
+            delete ended.data();
         },
         Qt::QueuedConnection);
 }

@@ -89,8 +89,8 @@ private:
         struct stat info = {};
         if (fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(info.st_mode))
             return -1;
-        if ((info.st_mode & 0700) != 0700)
-            fchmodat(directory, name, 0700, 0);
+        if ((info.st_mode & 0700) != 0700 && fchmodat(directory, name, 0700, 0) != 0)
+            return -1;
         return openat(directory, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     }
 
