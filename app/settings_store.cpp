@@ -3,6 +3,7 @@
 #include "app/private_file.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QEvent>
 #include <QFile>
 #include <QFileInfo>
@@ -62,25 +63,49 @@ bool isWhole(const QString& path, qsizetype keys)
     return found == keys && (content.isEmpty() || content.endsWith('\n'));
 }
 
-// QSettings waits for ever for a lock that is nobody's. A lock is a file.
-void putAsideWhatIsNoLock(const QString& path)
+void putAside(const QString& path)
 {
-    const QString lock = path + u".lock";
-    const QFileInfo found(lock);
-    if (found.isSymLink() || (found.exists() && !found.isFile()))
-        std::rename(QFile::encodeName(lock).constData(),
-                    QFile::encodeName(lock + u".aside").constData());
+    QString aside = path + u".aside";
+    while (QFileInfo(aside).isSymLink() || QFileInfo::exists(aside))
+        aside += u'_';
+    std::rename(QFile::encodeName(path).constData(), QFile::encodeName(aside).constData());
+}
+
+// QSettings would wait for ever: for somebody to write into a named pipe, and for a lock that is
+// nobody's. The settings are a file or a link to one, the lock is a file.
+void clearTheWay(const QString& path)
+{
+    const QFileInfo settings(path);
+    if (settings.exists() && !settings.isFile() && !settings.isDir())
+        putAside(path);
+    const QFileInfo lock(QString(path + u".lock"));
+    if (lock.isSymLink() || (lock.exists() && !lock.isFile()))
+        putAside(lock.filePath());
+}
+
+void prepareFile(const QString& path)
+{
+    clearTheWay(path);
+    private_file::make(path);
+}
+
+// The one place of these names. "Launcher" on purpose, not the application's own name "Tessellan
+// Launcher". Where such files are, QSettings tells only of one that it has opened: it is asked of
+// one that is not there.
+QString privatePath()
+{
+    const QSettings none(QStringLiteral("Tessellan-none"), QStringLiteral("none"));
+    const QDir place(QFileInfo(none.fileName()).absolutePath() + u"/..");
+    QString path = QDir::cleanPath(place.filePath(QStringLiteral("Tessellan/Launcher.conf")));
+    clearTheWay(path);
+    private_file::repair(path);
+    return path;
 }
 
 } // namespace
 
-// The one place of these names. "Launcher" on purpose, not the application's own name "Tessellan
-// Launcher".
-SettingsStore::SettingsStore() : QSettings(QStringLiteral("Tessellan"), QStringLiteral("Launcher"))
-{
-    setFallbacksEnabled(false);
-    private_file::repair(fileName());
-}
+// By its path, so that QSettings opens no other file beside it. It reads the file at once.
+SettingsStore::SettingsStore() : QSettings(privatePath(), NativeFormat) {}
 
 // QSettings writes what still waits when it is destroyed, and nobody would look at the result.
 // After write() nothing waits, whether it succeeded or not.
@@ -105,8 +130,7 @@ void SettingsStore::remove(QAnyStringView key)
 // The file is private before the value is where another QSettings of this process could write it.
 void SettingsStore::beginChange()
 {
-    private_file::make(fileName());
-    putAsideWhatIsNoLock(fileName());
+    prepareFile(fileName());
     m_pending = true;
     if (std::exchange(m_failed, false))
         QCoreApplication::postEvent(this, new QEvent(QEvent::UpdateRequest));
@@ -123,8 +147,10 @@ QString SettingsStore::unwrittenFile()
 
 bool SettingsStore::event(QEvent* event)
 {
-    if (event->type() != QEvent::UpdateRequest || !m_pending)
+    if (event->type() != QEvent::UpdateRequest || !m_pending) {
+        clearTheWay(fileName());
         return QSettings::event(event);
+    }
     const std::optional<QVariantMap> lost = write();
     if (lost)
         holdAgainstTheFile(*lost);
@@ -143,8 +169,7 @@ void SettingsStore::letQSettingsUpdate()
 // stands in its place again.
 std::optional<QVariantMap> SettingsStore::write()
 {
-    private_file::make(fileName());
-    putAsideWhatIsNoLock(fileName());
+    prepareFile(fileName());
     EarlierFile earlier(fileName());
     letQSettingsUpdate();
     // As QSettings believes to have written it, merged with what another launcher wrote meanwhile.

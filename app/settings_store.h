@@ -12,6 +12,7 @@ class QEvent;
 // no moment. The file is made with mode 0600, the directories that are missing with 0700; a file
 // that others can read is closed to them before anything is read from or written to it. Files of
 // the organisation or of the whole system are not asked: a session found there could not be ended.
+// A named pipe or a device in the file's place is put aside, as nobody may ever write to it.
 //
 // QSettings writes by itself, when the event loop comes round and at destruction. A write that does
 // not arrive whole, on a full disk say, leaves the file as it was; the values stay in memory and
