@@ -50,7 +50,7 @@ private:
 };
 
 // QSettings believes a write on a full disk and leaves a file that ends somewhere. Every key is a
-// line of its own.
+// line of its own. More of them are another launcher's, which wrote at once.
 bool isWhole(const QString& path, qsizetype keys)
 {
     QFile file(path);
@@ -60,7 +60,7 @@ bool isWhole(const QString& path, qsizetype keys)
     qsizetype found = 0;
     for (const QByteArray& line : content.split('\n'))
         found += line.contains('=');
-    return found == keys && (content.isEmpty() || content.endsWith('\n'));
+    return found >= keys && (content.isEmpty() || content.endsWith('\n'));
 }
 
 void putAside(const QString& path)
@@ -203,7 +203,8 @@ void SettingsStore::holdAgainstTheFile(const QVariantMap& wanted)
 QVariantMap SettingsStore::everything() const
 {
     QVariantMap values;
+    // A key that somebody wrote with a slash before it loses that when it is written again.
     for (const QString& key : allKeys())
-        values.insert(key, value(key));
+        values.insert(key.startsWith(u'/') ? key.sliced(1) : key, value(key));
     return values;
 }

@@ -26,6 +26,7 @@ const QByteArray stored = "[General]\nauthToken=t\nauthUsername=name\nauthUuid=i
 
 bool diskIsFull = false;
 bool isSomebodyElses = false;
+QByteArray addedByAnother;
 QStringList written; // "mode name" of the settings directory's files that received bytes
 
 QString pathOf(int descriptor)
@@ -78,6 +79,16 @@ extern "C" ssize_t write(int descriptor, const void* data, size_t size)
         return real(descriptor, data, size);
     errno = ENOSPC;
     return -1;
+}
+
+// Another launcher, which writes right after this one.
+extern "C" int rename(const char* from, const char* to) noexcept
+{
+    const int result = renameat(AT_FDCWD, from, AT_FDCWD, to);
+    const QString path = QFile::decodeName(to);
+    if (!addedByAnother.isEmpty() && path.endsWith(u"/Launcher.conf"))
+        writeFile(path, contentOf(path) + std::exchange(addedByAnother, {}));
+    return result;
 }
 
 extern "C" int fchmod(int descriptor, mode_t mode) noexcept
@@ -383,6 +394,27 @@ private Q_SLOTS:
         Settings().setLastVersion(QStringLiteral("1"));
         QVERIFY(QFile::remove(other));
         QVERIFY(contentOf(file()).contains("lastVersion=1"));
+    }
+
+    // Two keys that are one as soon as they are written.
+    void writesOverKeysThatBeginWithASlash()
+    {
+        writeFile(file(), "[General]\n/lastVersion=0\nlastVersion=1\n");
+        Settings settings;
+        settings.setJavaPath(QStringLiteral("/java"));
+        QCOMPARE(settings.unwrittenFile(), QString());
+        QVERIFY(contentOf(file()).contains("javaPath=/java"));
+    }
+
+    void leavesWhatAnotherLauncherWritesAtOnce()
+    {
+        writeFile(file(), stored);
+        Settings settings;
+        addedByAnother = "lastVersion=1\n";
+        settings.setJavaPath(QStringLiteral("/java"));
+        QCOMPARE(settings.unwrittenFile(), QString());
+        QVERIFY(contentOf(file()).contains("lastVersion=1"));
+        QVERIFY(contentOf(file()).contains("javaPath=/java"));
     }
 
     // A file that was cut would lose the profiles as well.
