@@ -12,6 +12,8 @@
 #include <functional>
 #include <memory>
 
+#include <sys/stat.h>
+
 // Every test runs with unnamed files and, as on file systems that have none, without.
 class TestStagedFile : public QObject
 {
@@ -93,6 +95,32 @@ private Q_SLOTS:
             writeFile(m_path, "another's");
         }
         QCOMPARE(contentOf(m_path), QByteArray("another's"));
+    }
+
+    // As the launcher was before: others on the machine may start it.
+    void hasTheModeOfAnyNewFile()
+    {
+        const mode_t before = umask(026);
+        const bool kept = staged();
+        umask(before);
+        QVERIFY(kept);
+        struct stat info = {};
+        QCOMPARE(stat(QFile::encodeName(m_path).constData(), &info), 0);
+        QCOMPARE(int(info.st_mode & 07777), 0640);
+    }
+
+    void writesThroughNoLinkThatIsPutThere()
+    {
+        const QByteArray temporary = qgetenv("TMPDIR");
+        const QString victim = m_home->filePath(QStringLiteral("victim"));
+        writeFile(victim, "precious");
+        qputenv("TMPDIR", QFile::encodeName(m_home->path()));
+        qputenv("FAULT_LINK", "launcher.new");
+        const bool kept = staged();
+        qunsetenv("FAULT_LINK");
+        temporary.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", temporary);
+        QVERIFY(!kept);
+        QCOMPARE(contentOf(victim), QByteArray("precious"));
     }
 
     void replacesAnOldFileAtTheStart()
