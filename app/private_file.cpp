@@ -67,7 +67,7 @@ void private_file::repair(const QString& path)
     closeToOthers(path, 0);
     const QFileInfo info(path);
     const QDir directory = info.absoluteDir();
-    for (const QString& name : directory.entryList({QString(info.fileName() + u".*")},
-                                                   QDir::Files | QDir::Hidden | QDir::NoSymLinks))
+    for (const QString& name :
+         directory.entryList({QString(info.fileName() + u".*")}, QDir::Files | QDir::NoSymLinks))
         closeToOthers(directory.filePath(name), O_NOFOLLOW);
 }

@@ -66,7 +66,7 @@ bool isWhole(const QString& path, qsizetype keys)
 void putAside(const QString& path)
 {
     QString aside = path + u".aside";
-    while (QFileInfo(aside).isSymLink() || QFileInfo::exists(aside))
+    while (QFileInfo::exists(aside))
         aside += u'_';
     std::rename(QFile::encodeName(path).constData(), QFile::encodeName(aside).constData());
 }
@@ -154,6 +154,9 @@ bool SettingsStore::event(QEvent* event)
     const std::optional<QVariantMap> lost = write();
     if (lost)
         holdAgainstTheFile(*lost);
+    // No other attempt at once: that would be tried for ever.
+    if (m_failed)
+        QCoreApplication::removePostedEvents(this, QEvent::UpdateRequest);
     return true;
 }
 
@@ -184,8 +187,7 @@ std::optional<QVariantMap> SettingsStore::write()
     return believed;
 }
 
-// Makes QSettings see the earlier file again and hold the changes against it, without another
-// attempt at once: that would be tried for ever.
+// Makes QSettings see the earlier file again and hold the changes against it.
 void SettingsStore::holdAgainstTheFile(const QVariantMap& wanted)
 {
     letQSettingsUpdate(); // nothing waits to be written: it reads
@@ -197,7 +199,6 @@ void SettingsStore::holdAgainstTheFile(const QVariantMap& wanted)
         if (value(it.key()) != it.value())
             QSettings::setValue(it.key(), it.value());
     }
-    QCoreApplication::removePostedEvents(this, QEvent::UpdateRequest);
 }
 
 QVariantMap SettingsStore::everything() const

@@ -25,6 +25,7 @@ namespace {
 const QByteArray stored = "[General]\nauthToken=t\nauthUsername=name\nauthUuid=id\n";
 
 bool diskIsFull = false;
+bool diskHasALittleRoom = false; // for all but the last bytes of what is written
 bool isSomebodyElses = false;
 QByteArray addedByAnother;
 QStringList written; // "mode name" of the settings directory's files that received bytes
@@ -75,6 +76,8 @@ extern "C" ssize_t write(int descriptor, const void* data, size_t size)
     fstat(descriptor, &info);
     written.append(QStringLiteral("%1 %2").arg(info.st_mode & 07777, 0, 8).arg(path));
     // The last block is the lock's, or QSettings would not even begin.
+    if (diskHasALittleRoom && size > 3)
+        return real(descriptor, data, size - 3);
     if (!diskIsFull || path.endsWith(u".lock"))
         return real(descriptor, data, size);
     errno = ENOSPC;
@@ -121,7 +124,7 @@ private Q_SLOTS:
     void cleanup()
     {
         alarm(0);
-        diskIsFull = isSomebodyElses = false;
+        diskIsFull = diskHasALittleRoom = isSomebodyElses = false;
         umask(022);
     }
 
@@ -248,6 +251,40 @@ private Q_SLOTS:
         QCOMPARE(namesIn(QFileInfo(file()).absolutePath()).size(), 1);
     }
 
+    void replacesWhatALinkLeadsTo()
+    {
+        const QString target = throwaway_home::path() + u"/elsewhere.conf";
+        writeFile(target, stored);
+        setMode(target, 0666);
+        QDir().mkpath(QFileInfo(file()).absolutePath());
+        QVERIFY(QFile::link(target, file()));
+        isSomebodyElses = true;
+        const Settings settings;
+        QVERIFY(QFileInfo(file()).isSymLink());
+        QCOMPARE(modeOf(target), 0600);
+        QCOMPARE(contentOf(target), stored);
+        QVERIFY(QFile::remove(target));
+    }
+
+    void replacesNothingOnAFullDisk()
+    {
+        writeFile(file(), stored);
+        setMode(file(), 0666);
+        isSomebodyElses = diskIsFull = true;
+        const Settings settings;
+        QCOMPARE(contentOf(file()), stored);
+        QCOMPARE(namesIn(QFileInfo(file()).absolutePath()).size(), 1);
+    }
+
+    void leavesADirectoryInItsPlaceItsMode()
+    {
+        QDir().mkpath(file());
+        setMode(file(), 0755);
+        const Settings settings;
+        QCOMPARE(modeOf(file()), 0755);
+        QVERIFY(QDir().rmdir(file()));
+    }
+
     void endsASessionThatAnotherFileHolds_data()
     {
         QTest::addColumn<QString>("other");
@@ -322,6 +359,18 @@ private Q_SLOTS:
         QCOMPARE(settings.unwrittenFile(), QString());
         QVERIFY(contentOf(file()).contains("lastVersion=1"));
         QVERIFY(QFileInfo::exists(lock + u".aside/something"));
+    }
+
+    void putsAsideALinkThatLeadsNowhere()
+    {
+        const QString lock = file() + u".lock";
+        QDir().mkpath(QFileInfo(lock).absolutePath());
+        QVERIFY(QFile::link(QStringLiteral("nowhere"), lock));
+        alarm(20);
+        Settings settings;
+        settings.setLastVersion(QStringLiteral("1"));
+        QCOMPARE(settings.unwrittenFile(), QString());
+        QVERIFY(QFileInfo(QString(lock + u".aside")).isSymLink());
     }
 
     void putsAsideALockBesideAnEarlierOne()
@@ -446,6 +495,43 @@ private Q_SLOTS:
         QVERIFY(content.contains("profiles="));
         QVERIFY(!content.contains("auth"));
         verifyNobodyCouldRead();
+    }
+
+    void keepsWhatALinkLeadsToOnAFullDisk()
+    {
+        const QString target = configDir() + u"/elsewhere.conf";
+        writeFile(target, stored);
+        QDir().mkpath(QFileInfo(file()).absolutePath());
+        QVERIFY(QFile::link(target, file()));
+        Settings settings;
+        diskIsFull = true;
+        settings.setLastVersion(QStringLiteral("1"));
+        QCOMPARE(settings.unwrittenFile(), file());
+        QVERIFY(QFileInfo(file()).isSymLink());
+        QCOMPARE(contentOf(target), stored);
+        QVERIFY(QFile::remove(target));
+    }
+
+    // The process of that number crashed.
+    void keepsTheFileBesideAnEarlierOne()
+    {
+        writeFile(file(), stored);
+        writeFile(QString(file() + u'.' + QString::number(getpid())), "of long ago");
+        Settings settings;
+        diskIsFull = true;
+        settings.setLastVersion(QStringLiteral("1"));
+        QCOMPARE(settings.unwrittenFile(), file());
+        QCOMPARE(contentOf(file()), stored);
+    }
+
+    void knowsAFileThatEndsWithinALine()
+    {
+        writeFile(file(), stored);
+        Settings settings;
+        diskIsFull = diskHasALittleRoom = true;
+        settings.setServerUrl(QStringLiteral("https://a.long/address"));
+        QCOMPARE(settings.unwrittenFile(), file());
+        QCOMPARE(contentOf(file()), stored);
     }
 
     void takesWhatAnotherLauncherWrote()
