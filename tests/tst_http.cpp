@@ -8,8 +8,12 @@
 #include <QNetworkRequest>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTest>
+#include <QThread>
 
+#include <atomic>
 #include <memory>
 #include <utility>
 
@@ -17,6 +21,29 @@ namespace {
 
 constexpr qint64 limit = 1024 * 1024;
 const auto mayBeCut = QStringLiteral("The server's compressed answer may be cut");
+
+// A server in a thread of its own: an endless body, until its client takes nothing for a while.
+void sendMuch(std::atomic<qint64>& sent, std::atomic<quint16>& port)
+{
+    QTcpServer server;
+    if (!server.listen(QHostAddress::LocalHost))
+        qFatal("no loopback port");
+    port = server.serverPort();
+    if (!server.waitForNewConnection(20'000))
+        return;
+    QTcpSocket* socket = server.nextPendingConnection();
+    socket->waitForReadyRead(20'000);
+    socket->write("HTTP/1.1 200 OK\r\n\r\n");
+    const QByteArray piece(256 * 1024, 'x');
+    while (sent < 256 * limit) {
+        socket->write(piece);
+        while (socket->bytesToWrite() > 0) {
+            if (!socket->waitForBytesWritten(1000))
+                return;
+        }
+        sent += piece.size();
+    }
+}
 
 } // namespace
 
@@ -55,6 +82,29 @@ private Q_SLOTS:
         const http::Answer result = fetch(HttpAnswer::ok(QByteArray(limit, 'x')));
         QCOMPARE(result.error, QString());
         QCOMPARE(result.body.size(), limit);
+    }
+
+    // All of it is there at once, more than is copied at once, when its end is already known.
+    void takesCompressedBodiesThatUnpackToMuch()
+    {
+        HttpAnswer answer = HttpAnswer::ok(gzip(QByteArray(9 * limit, 'x')));
+        answer.addHeader("Content-Encoding", "gzip");
+        m_server.answer("/file", answer);
+        QList<qsizetype> sizes;
+        http::get(&m_network, QNetworkRequest{QUrl(m_server.url(QStringLiteral("/file")))},
+                  {.context = this,
+                   .maxBytes = 16 * limit,
+                   .done = [&sizes](const http::Answer& taken) { sizes << taken.body.size(); },
+                   .isWhole = &http::isCheckedLater});
+        QTRY_COMPARE(sizes, QList<qsizetype>{9 * limit});
+    }
+
+    void tellsWhatIsNotThere()
+    {
+        QVERIFY(!fetch(HttpAnswer::ok("x")).notFound);
+        QVERIFY(fetch(HttpAnswer::htmlError(404)).notFound);
+        for (const int status : {403, 410, 500})
+            QVERIFY(!fetch(HttpAnswer::htmlError(status)).notFound);
     }
 
     void reportsShortBodies_data()
@@ -113,6 +163,7 @@ private Q_SLOTS:
         QTest::newRow("of unknown size") << QByteArray("bytes 0-9/*") << false;
         QTest::newRow("more than it sent") << QByteArray("bytes 0-10/11") << false;
         QTest::newRow("less than it sent") << QByteArray("bytes 0-8/9") << false;
+        QTest::newRow("not up to the end") << QByteArray("bytes 0-8/10") << false;
         QTest::newRow("other units") << QByteArray("lines 0-9/10") << false;
         QTest::newRow("two ranges") << QByteArray("bytes 0-9/10, bytes 0-9/10") << false;
         QTest::newRow("too large a number")
@@ -130,6 +181,29 @@ private Q_SLOTS:
             answer.addHeader("Content-Range", range);
         QCOMPARE(fetch(answer).error,
                  whole ? QString() : QStringLiteral("The server sent only a part of the file"));
+    }
+
+    void takesACompressedRangeThatIsTheWhole()
+    {
+        HttpAnswer answer = HttpAnswer::ok(gzip("0123456789"));
+        answer.status = 206;
+        answer.addHeader("Content-Encoding", "gzip");
+        // The range counts what is sent, not what is unpacked from it.
+        const QByteArray size = QByteArray::number(answer.body.size());
+        const QByteArray last = QByteArray::number(answer.body.size() - 1);
+        answer.addHeader("Content-Range", "bytes 0-" + last + '/' + size);
+        const http::Answer result = fetch(answer);
+        QCOMPARE(result.error, QString());
+        QCOMPARE(result.body, QByteArray("0123456789"));
+    }
+
+    void takesAChunkedRangeThatIsTheWhole()
+    {
+        HttpAnswer answer = HttpAnswer::ok("0123456789");
+        answer.status = 206;
+        answer.framing = HttpAnswer::Framing::Chunked;
+        answer.addHeader("Content-Range", "bytes 0-9/10");
+        QCOMPARE(fetch(answer).error, QString());
     }
 
     // The network layer calls all of these a success.
@@ -182,6 +256,16 @@ private Q_SLOTS:
         HttpAnswer answer = HttpAnswer::ok({});
         answer.addHeader("Content-Encoding", "gzip");
         QCOMPARE(fetch(answer, nullptr).error, QString());
+    }
+
+    // So it needs no mark of its end.
+    void takesIdentityForNoCompression()
+    {
+        for (const char* encoding : {"identity", "Identity"}) {
+            HttpAnswer answer = HttpAnswer::ok("0123456789");
+            answer.addHeader("Content-Encoding", encoding);
+            QCOMPARE(fetch(answer, nullptr).error, QString());
+        }
     }
 
     void takesALengthThatIsSaidTwice()
@@ -294,13 +378,93 @@ private Q_SLOTS:
                 ++answers;
                 context.reset();
             }};
+        int calls = 0;
         if (inProgress)
-            exchange.progress = [&context](qint64, qint64) { context.reset(); };
+            exchange.progress = [&context, &calls, kept = std::make_shared<int>(1)](qint64,
+                                                                                    qint64) {
+                context.reset();
+                calls += *kept; // what is called outlives what it ends
+            };
         http::get(&m_network, QNetworkRequest{QUrl(m_server.url(QStringLiteral("/file")))},
                   std::move(exchange));
         QTRY_VERIFY(m_network.findChildren<QNetworkReply*>().isEmpty());
         QVERIFY(!context);
         QCOMPARE(answers, inProgress ? 0 : 1);
+    }
+
+    // The refusal is on its way, and nobody is left to hear it.
+    void dropsARefusalWhoseContextEnds()
+    {
+        HttpAnswer answer = HttpAnswer::ok("little");
+        answer.announcedLength = limit + 1;
+        answer.stallAfter = 0;
+        m_server.answer("/file", answer);
+        auto context = std::make_unique<QObject>();
+        int answers = 0;
+        http::get(&m_network, QNetworkRequest{QUrl(m_server.url(QStringLiteral("/file")))},
+                  {.context = context.get(),
+                   .maxBytes = limit,
+                   .done = [&answers](const http::Answer&) { ++answers; }});
+        const auto* reply = m_network.findChild<QNetworkReply*>();
+        connect(reply, &QNetworkReply::metaDataChanged, this, [&context] { context.reset(); });
+        QTRY_VERIFY(m_network.findChildren<QNetworkReply*>().isEmpty());
+        QVERIFY(!context);
+        QCOMPARE(answers, 0);
+    }
+
+    // Though the context goes on.
+    void freesTheConnectionOfWhatItRefuses()
+    {
+        HttpAnswer answer = HttpAnswer::ok("little");
+        answer.announcedLength = limit + 1;
+        answer.stallAfter = 0;
+        m_server.answer("/file", answer);
+        QStringList errors;
+        http::get(&m_network, QNetworkRequest{QUrl(m_server.url(QStringLiteral("/file")))},
+                  {.context = this,
+                   .maxBytes = limit,
+                   .done = [&errors](const http::Answer& taken) { errors << taken.error; }});
+        QTRY_COMPARE(errors, QStringList{QStringLiteral("The server sent more than 1 MB")});
+        QTRY_VERIFY(m_network.findChildren<QNetworkReply*>().isEmpty());
+        QTRY_COMPARE(m_server.connectionCount(), 0);
+    }
+
+    // Such a reply has failed but not finished; to abort it as well draws a complaint.
+    void endsWhenABombOutlivesItsContext()
+    {
+        HttpAnswer bomb = HttpAnswer::ok(gzip(QByteArray(64 * limit, ' ')));
+        bomb.addHeader("Content-Encoding", "gzip");
+        bomb.framing = HttpAnswer::Framing::Chunked;
+        bomb.stallAfter = bomb.body.size();
+        m_server.answer("/file", bomb);
+        auto context = std::make_unique<QObject>();
+        int answers = 0;
+        http::get(&m_network, QNetworkRequest{QUrl(m_server.url(QStringLiteral("/file")))},
+                  {.context = context.get(),
+                   .maxBytes = limit,
+                   .done = [&answers](const http::Answer&) { ++answers; }});
+        const auto* reply = m_network.findChild<QNetworkReply*>();
+        connect(reply, &QNetworkReply::errorOccurred, this, [&context] { context.reset(); });
+        QTRY_VERIFY(m_network.findChildren<QNetworkReply*>().isEmpty());
+        QCOMPARE(answers, 0);
+    }
+
+    // What comes meanwhile waits at the server, not in this process.
+    void holdsLittleWhileTheWindowIsBusy()
+    {
+        std::atomic<qint64> sent = 0;
+        std::atomic<quint16> port = 0;
+        const std::unique_ptr<QThread> server(
+            QThread::create([&sent, &port] { sendMuch(sent, port); }));
+        server->start();
+        QTRY_VERIFY(port > 0);
+        QObject context;
+        http::get(&m_network,
+                  QNetworkRequest{QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(port.load()))},
+                  {.context = &context, .maxBytes = 1024 * limit, .done = [](const auto&) {}});
+        QTRY_VERIFY(sent > 0);
+        server->wait(); // until nobody takes anything any more
+        QVERIFY2(sent < 64 * limit, qPrintable(QString::number(sent)));
     }
 
     void stopsBodiesOverTheLimit_data()
@@ -385,6 +549,8 @@ private Q_SLOTS:
         QNetworkRequest request;
         http::setBearerToken(request, QStringLiteral("tök"));
         QCOMPARE(request.rawHeader("Authorization"), QByteArray("Bearer t\xc3\xb6k"));
+        http::setBearerToken(request, QStringLiteral("t k"));
+        QCOMPARE(request.rawHeader("Authorization"), QByteArray("Bearer t k"));
         http::setBearerToken(request, QString());
         QCOMPARE(request.rawHeader("Authorization"), QByteArray("Bearer "));
     }
@@ -396,6 +562,7 @@ private Q_SLOTS:
         QTest::newRow("a line feed") << QStringLiteral("t\nX-Own: 1");
         QTest::newRow("a carriage return") << QStringLiteral("t\rX-Own: 1");
         QTest::newRow("a second request") << QStringLiteral("t\r\n\r\nGET /own HTTP/1.1\r\n\r\n");
+        QTest::newRow("the last of the controls") << QStringLiteral("t\x1fx");
         QTest::newRow("a NUL") << QString(QStringLiteral("t") + QChar(0) + u'x');
         QTest::newRow("a DEL") << QStringLiteral("t\x7fx");
     }
