@@ -6,9 +6,11 @@
 
 #include <QEventLoop>
 #include <QFile>
+#include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 #include <QRegularExpression>
+#include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
@@ -144,12 +146,49 @@ private Q_SLOTS:
         QCOMPARE(sink.received, 16 * mega);
     }
 
+    // Whoever reads: the network layer asks for no more, but could.
+    void endsWhereItWasAnnouncedToEnd()
+    {
+        makeFile(mega);
+        const std::unique_ptr<UploadBody> body = UploadBody::open(path());
+        QVERIFY(body);
+        const QSignalSpy broke(body.get(), &UploadBody::broke);
+        QVERIFY(QFile::resize(path(), 2 * mega));
+        QCOMPARE(body->readAll().size(), mega);
+        char byte = 0;
+        QCOMPARE(body->read(&byte, 1), -1);
+        QVERIFY(broke.isEmpty());
+    }
+
     void opensRegularFilesOnly()
     {
         QVERIFY(!UploadBody::open(path()));
         QVERIFY(!UploadBody::open(m_files->path()));
         QVERIFY(!UploadBody::open(QStringLiteral("/dev/zero")));
         QVERIFY(!UploadBody::open(QString()));
+    }
+
+    // Root may read any file but those that the kernel keeps for writing only.
+    void opensNothingThatCannotBeRead()
+    {
+        const auto path = QStringLiteral("/proc/sys/vm/compact_memory");
+        QVERIFY(QFileInfo(path).isFile());
+        QVERIFY(!UploadBody::open(path));
+    }
+
+    // The network layer does so when a kept-alive connection turns out to be closed.
+    void canBeReadAgain()
+    {
+        makeFile(mega);
+        const std::unique_ptr<UploadBody> body = UploadBody::open(path());
+        QVERIFY(body);
+        for (int round = 0; round < 2; ++round) {
+            QCOMPARE(body->readAll().size(), mega);
+            QVERIFY(body->atEnd());
+            QVERIFY(body->seek(0));
+            QCOMPARE(body->pos(), 0);
+            QVERIFY(!body->atEnd());
+        }
     }
 
     // The file is closed with the request, whoever ends it.
