@@ -103,6 +103,8 @@ private Q_SLOTS:
         QTest::newRow("an empty object") << QByteArray("{}") << empty;
         QTest::newRow("no JSON") << QByteArray("<h1>Welcome</h1>") << empty;
         QTest::newRow("nothing") << QByteArray() << empty;
+        const qsizetype most = 1024 * 1024;
+        QTest::newRow("a megabyte") << QByteArray("{}").leftJustified(most) << empty;
         QTest::newRow("wrong types") << QByteArray(R"({"token":1,"uuid":{},"username":"Bob"})")
                                      << QVariantList{QStringLiteral("Bob"), none, none};
     }
@@ -134,8 +136,9 @@ private Q_SLOTS:
         HttpAnswer answer = HttpAnswer::json(R"({"token":"t","uuid":"u","username":"Bob"})");
         answer.cutAfter = 10;
         QTest::newRow("closes early") << answer << QString();
-        answer = HttpAnswer::json(QByteArray(2 * 1024 * 1024, ' '));
-        QTest::newRow("two megabytes") << answer << QString();
+        answer = HttpAnswer::json(QByteArray(1024 * 1024 + 1, ' '));
+        QTest::newRow("over a megabyte")
+            << answer << QStringLiteral("The server sent more than 1 MB");
     }
 
     void reportsFailures()
