@@ -1,4 +1,5 @@
 #include "app/settings.h"
+#include "services/account_session.h"
 #include "services/auth_client.h"
 #include "tests/support/file_dialog_script.h"
 #include "tests/support/throwaway_home.h"
@@ -10,6 +11,7 @@
 #include <QLineEdit>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QPointer>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QStackedWidget>
@@ -44,6 +46,23 @@ private Q_SLOTS:
         file.write("x");
     }
     void cleanup() { m_driver.reset(); }
+
+    // Whoever hears of the end may ask for something at once.
+    void hasTheNextSessionReadyWhenOneEnds()
+    {
+        AccountSession session(nullptr);
+        session.follow(QStringLiteral("t-a"));
+        const QPointer<QObject> earlier = session.context();
+        const QPointer<QObject> kind = session.renew(nullptr);
+        QList<QObject*> later;
+        connect(&session, &AccountSession::ended, this, [&] {
+            QVERIFY(!earlier && !kind);
+            later << session.context();
+            session.follow(QStringLiteral("t-b")); // as everyone does who hears of it
+        });
+        session.follow(QStringLiteral("t-b"));
+        QCOMPARE(later, QList<QObject*>{session.context()});
+    }
 
     void keepsBobWhenTheStoredTokenIsRefusedLate()
     {
