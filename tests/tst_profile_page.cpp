@@ -46,8 +46,7 @@ private Q_SLOTS:
         for (const char* name : {"uuid", "renameStatus", "skinStatus", "modelStatus"})
             QCOMPARE(stage.text(name), QString());
         stage.click("Refresh");
-        QTest::qWait(0);
-        QVERIFY(stage.server.requests().isEmpty());
+        QVERIFY(stage.hasAskedNothing());
     }
 
     void laysOutItsTexts()
@@ -115,6 +114,60 @@ private Q_SLOTS:
             QCOMPARE(request.method, "GET");
             QVERIFY(request.header("Authorization").isNull());
         }
+    }
+
+    // Only a 404 says that there is none.
+    void keepsItsTextsWhenTheServerFails()
+    {
+        Stage stage;
+        stage.server.answer(Stage::skinPath, HttpAnswer::ok(png_files::square(64, qRgb(1, 2, 3))));
+        stage.server.answer(Stage::modelPath, HttpAnswer::json(Stage::twoCubes));
+        Stage::signIn();
+        stage.open();
+        QTRY_COMPARE(stage.text("skinStatus"), QStringLiteral("Skin active."));
+        QTRY_COMPARE(stage.text("modelStatus"), QStringLiteral("Custom model active (2 cubes)."));
+        stage.server.forgetRequests();
+        stage.server.answer(Stage::skinPath, HttpAnswer::htmlError(500));
+        stage.server.answer(Stage::modelPath, HttpAnswer::htmlError(410));
+        stage.click("Refresh");
+        QTRY_COMPARE(stage.server.requests().size(), 2);
+        stage.server.forgetRequests();
+        QTRY_VERIFY(stage.hasAskedNothing());
+        QCOMPARE(stage.text("skinStatus"), QStringLiteral("Skin active."));
+        QCOMPARE(stage.text("modelStatus"), QStringLiteral("Custom model active (2 cubes)."));
+    }
+
+    void takesSixteenMegabytes_data()
+    {
+        QTest::addColumn<QByteArray>("path");
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QByteArray>("label");
+        QTest::addColumn<QString>("active");
+        QTest::newRow("skin") << Stage::skinPath << png_files::square(64, qRgb(1, 2, 3))
+                              << QByteArray("skinStatus") << QStringLiteral("Skin active.");
+        QTest::newRow("model") << Stage::modelPath << Stage::twoCubes << QByteArray("modelStatus")
+                               << QStringLiteral("Custom model active (2 cubes).");
+    }
+
+    void takesSixteenMegabytes()
+    {
+        QFETCH(QByteArray, path);
+        QFETCH(QByteArray, content);
+        QFETCH(QByteArray, label);
+        QFETCH(QString, active);
+        constexpr qsizetype most = 16 * 1024 * 1024;
+        Stage stage;
+        stage.openSignedIn();
+        const QString before = stage.text(label.constData());
+        stage.server.answer(path, HttpAnswer::ok(content.leftJustified(most + 1)));
+        stage.click("Refresh");
+        QTRY_COMPARE(stage.server.requests().size(), 2);
+        stage.server.forgetRequests();
+        QTRY_VERIFY(stage.hasAskedNothing());
+        QCOMPARE(stage.text(label.constData()), before);
+        stage.server.answer(path, HttpAnswer::ok(content.leftJustified(most)));
+        stage.click("Refresh");
+        QTRY_COMPARE(stage.text(label.constData()), active);
     }
 
     void countsTheElementsOfAnyModel_data()
@@ -251,7 +304,7 @@ private Q_SLOTS:
         stage.click("Refresh");
         stage.click("Change");
         QCOMPARE(stage.text("renameStatus"), QStringLiteral("Log in first."));
-        QVERIFY(stage.server.requests().isEmpty());
+        QVERIFY(stage.hasAskedNothing());
     }
 
     void forgetsASessionThatIsNoLongerValid()
@@ -266,7 +319,7 @@ private Q_SLOTS:
         stage.click("Change");
         QCOMPARE(stage.text("renameStatus"), QStringLiteral("Log in first."));
         stage.click("Refresh");
-        QVERIFY(stage.server.requests().isEmpty());
+        QVERIFY(stage.hasAskedNothing());
     }
 
     void renamesTheAccount()
@@ -300,7 +353,7 @@ private Q_SLOTS:
         stage.nameField()->setText(QStringLiteral(" \t "));
         stage.click("Change");
         QCOMPARE(stage.text("renameStatus"), QStringLiteral("Enter a username."));
-        QVERIFY(stage.server.requests().isEmpty());
+        QVERIFY(stage.hasAskedNothing());
     }
 
     void tellsWhyARenameFailed_data()

@@ -11,6 +11,8 @@
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QPushButton>
 #include <QSurfaceFormat>
 #include <QTest>
@@ -79,6 +81,12 @@ QLineEdit* ProfilePageStage::nameField() const
 SkinPreview3D* ProfilePageStage::preview() const
 {
     return page->findChild<SkinPreview3D*>();
+}
+
+bool ProfilePageStage::hasAskedNothing() const
+{
+    const auto* network = page->findChild<QNetworkAccessManager*>();
+    return server.requests().isEmpty() && network->findChildren<QNetworkReply*>().isEmpty();
 }
 
 void ProfilePageStage::click(const QByteArray& text) const

@@ -46,6 +46,9 @@ struct ProfilePageStage
     QLineEdit* nameField() const;
     SkinPreview3D* preview() const;
 
+    // Neither before nor now: no request has arrived, and none is on its way.
+    bool hasAskedNothing() const;
+
     void click(const QByteArray& text) const;
     QString fileWith(const QString& name, const QByteArray& content) const;
     // Chooses the file in the dialog that the button opens.
