@@ -139,6 +139,128 @@ private Q_SLOTS:
                  u"Downloading evil..."_s);
     }
 
+    // What has no width fills no line, however much of it there is. A whole character, with what
+    // belongs to it, is far below the bound.
+    void boundsWhatHasNoWidth_data()
+    {
+        QTest::addColumn<QChar>("c");
+        QTest::newRow("combining mark") << QChar(0x301);
+        QTest::newRow("enclosing mark") << QChar(0x20dd);
+        QTest::newRow("word joiner") << QChar(0x2060);
+        QTest::newRow("zero-width space") << QChar(0x200b);
+    }
+
+    void boundsWhatHasNoWidth()
+    {
+        QFETCH(QChar, c);
+        const QString most = u'a' + QString(32, c) + u'b';
+        const QString more = u'a' + QString(300, c) + u'b';
+        for (auto* place : {foreign_text::line, foreign_text::spoken, foreign_text::article,
+                            foreign_text::consoleBlock}) {
+            QCOMPARE(place(most + most), QString(most + most));
+            QCOMPARE(place(more), most);
+        }
+    }
+
+    // A text document takes some characters for its own frames and objects.
+    void replacesWhatADocumentTakesForItsOwn()
+    {
+        for (const QChar c : {QChar(0xfdd0), QChar(0xfdd1), QChar(0xfffc)}) {
+            QCOMPARE(foreign_text::line(u'a' + QString(c)), u"a\ufffd"_s);
+            QCOMPARE(foreign_text::article(u'a' + QString(c)), u"a\ufffd"_s);
+        }
+    }
+
+    void leavesATextOfTheGreatestLengthWhole()
+    {
+        const QString most(1000, u'x');
+        QCOMPARE(foreign_text::line(most), most);
+        const QString shown = foreign_text::line(most + u'x');
+        QCOMPARE(shown.size(), 1000);
+        QCOMPARE(shown.count(u'…'), 1);
+    }
+
+    void boundsTheParagraphsOfAnArticle()
+    {
+        const QString shown = foreign_text::article(u"a\n"_s.repeated(25'000));
+        QCOMPARE(shown.count(u'a'), 20'000);
+        QVERIFY(shown.endsWith(u"\n…"));
+        QVERIFY(!foreign_text::article(u"a\n"_s.repeated(20'000)).contains(u'…'));
+    }
+
+    void addsNoLineToAParagraphOfTheGreatestLength()
+    {
+        const QString most = QString(9990, u'x') + u" 123456789\nnext";
+        QCOMPARE(foreign_text::article(most), most);
+    }
+
+    void showsANameAsTextInTheSidebar()
+    {
+        QLabel label;
+        foreign_text::showName(&label, u"Signed in as <b>%1</b>"_s, u"<i>&%1"_s);
+        QCOMPARE(label.text(), u"Signed in as <b>&lt;i&gt;&amp;%1</b>"_s);
+        const QString name(24, u'W');
+        QCOMPARE(foreign_text::nameHtml(name), name);
+        QVERIFY(foreign_text::nameHtml(name + u'W').contains(QChar(0x200b)));
+    }
+
+    // Between a letter and its marks there is no place for a break.
+    void breaksNoCharacter()
+    {
+        const QString letter = u"e\u0301\u0302"_s;
+        const QStringList pieces =
+            foreign_text::paragraph(letter.repeated(50)).split(QChar(0x200b));
+        QVERIFY(pieces.size() > 5);
+        for (const QString& piece : pieces)
+            QVERIFY2(piece.size() % letter.size() == 0, qPrintable(piece));
+    }
+
+    // Looking for the end of such a word would cost the square of its length.
+    void wrapsAnArticleWithALongWordAnywhere_data()
+    {
+        QTest::addColumn<QString>("body");
+        QTest::addColumn<bool>("anywhere");
+        QTest::newRow("words") << u"some words "_s.repeated(1000) << false;
+        QTest::newRow("words between tabs") << u"some\twords\t"_s.repeated(1000) << false;
+        QTest::newRow("words on lines") << u"some\nwords\n"_s.repeated(1000) << false;
+        QTest::newRow("longest word") << QString(500, u'x') << false;
+        QTest::newRow("a letter more") << QString(501, u'x') << true;
+        QTest::newRow("no-break spaces") << QString(501, QChar(0xa0)) << true;
+    }
+
+    void wrapsAnArticleWithALongWordAnywhere()
+    {
+        QFETCH(QString, body);
+        QFETCH(bool, anywhere);
+        QTextBrowser browser;
+        foreign_text::showArticle(&browser, body);
+        QCOMPARE(browser.wordWrapMode() == QTextOption::WrapAnywhere, anywhere);
+    }
+
+    // It says again only what the eye does not get whole.
+    void describesAloudOnlyWhatIsNotShownWhole()
+    {
+        QLabel label;
+        foreign_text::show(&label, QString(900, u'W'));
+        foreign_text::show(&label, u"too short"_s);
+        QCOMPARE(label.accessibleDescription(), QString());
+    }
+
+    // All entries are measured when a selector opens.
+    void givesEachOfManyEntriesLessRoom()
+    {
+        QComboBox combo;
+        const QString name(900, u'x');
+        qsizetype sum = 0;
+        for (int i = 0; i < 1000; ++i) {
+            foreign_text::addEntry(&combo, name, i);
+            sum += combo.itemText(i).size();
+        }
+        QCOMPARE(combo.itemText(0), name);
+        QCOMPARE(combo.itemText(999).size(), 40);
+        QVERIFY(sum < 200'000);
+    }
+
     void letsLongWordsBeBroken_data()
     {
         QTest::addColumn<QString>("word");
@@ -182,6 +304,43 @@ private Q_SLOTS:
         QVERIFY(label.grab().toImage() != first);
         QCOMPARE(label.text(), other);
         QCOMPARE(label.accessibleDescription(), other);
+    }
+
+    void asksForNoWidthAndShowsNoMarkup()
+    {
+        ElidedLabel label;
+        label.showText(u"<b>bold</b> "_s.repeated(100));
+        QCOMPARE(label.sizeHint().width(), 0);
+        QCOMPARE(label.minimumSizeHint().width(), 0);
+        QCOMPARE(label.textFormat(), Qt::PlainText);
+        QCOMPARE(label.toolTip(), label.text());
+    }
+
+    // Blanks around and between, as servers leave them, take no room from the words.
+    void drawsAStatusWithoutItsBlanks()
+    {
+        ElidedLabel label;
+        label.resize(200, 30);
+        label.showText(u"cut off"_s);
+        const QImage plain = label.grab().toImage();
+        label.showText(u"  cut \n   off\n\n"_s);
+        QCOMPARE(label.grab().toImage(), plain);
+    }
+
+    void offersNoToolTipForWhatIsShownWhole()
+    {
+        ElidedLabel label;
+        label.resize(200, 30);
+        label.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&label));
+        QHelpEvent help(QEvent::ToolTip, QPoint(5, 5), label.mapToGlobal(QPoint(5, 5)));
+        label.showText(u"Ready"_s);
+        QApplication::sendEvent(&label, &help);
+        QVERIFY(!QToolTip::isVisible());
+        label.showText(u"Ready"_s.repeated(100));
+        QApplication::sendEvent(&label, &help);
+        QVERIFY(QToolTip::isVisible());
+        QToolTip::hideText();
     }
 
     void wrapsToolTipsWithoutBlanks()
