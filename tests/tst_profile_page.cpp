@@ -1,5 +1,8 @@
 #include "app/settings.h"
+#include "preview/model_import.h"
 #include "preview/skin_preview_3d.h"
+#include "tests/support/costs.h"
+#include "tests/support/heartbeat.h"
 #include "tests/support/png_files.h"
 #include "tests/support/profile_page_stage.h"
 #include "tests/support/throwaway_home.h"
@@ -82,6 +85,31 @@ private Q_SLOTS:
                 QCOMPARE(button->toolTip(),
                          QStringLiteral("Re-check what the auth server has for this account"));
         }
+    }
+
+    // A file that takes all its time to parse: twice would be twice the gap.
+    void parsesAModelOnce()
+    {
+        const QByteArray json =
+            R"({"elements":[],"numbers":[)" + QByteArray("1.5,").repeated(3'500'000) + "0]}";
+        Stage stage;
+        stage.server.answer(Stage::modelPath, HttpAnswer::htmlError(404));
+        Stage::signIn();
+        stage.open();
+        QTRY_VERIFY(!stage.text("modelStatus").isEmpty());
+        const QString before = stage.text("modelStatus");
+        const double start = costs::cpuSeconds();
+        QVERIFY(!importModel(json).refusal.isEmpty());
+        const double onceMs = 1000 * (costs::cpuSeconds() - start);
+        stage.server.answer(Stage::modelPath, HttpAnswer::json(json));
+        const Heartbeat heartbeat;
+        stage.click("Refresh");
+        QTRY_VERIFY(stage.text("modelStatus") == QStringLiteral("Custom model active (0 cubes)."));
+        QTest::qWait(20);
+        const auto gapMs = static_cast<double>(heartbeat.longestProcessorMs());
+        QVERIFY2(gapMs < 1.6 * onceMs, qPrintable(QStringLiteral("%1 %2").arg(gapMs).arg(onceMs)));
+        QVERIFY2(gapMs > 0.5 * onceMs, "the model was not parsed in this thread");
+        QVERIFY(before != stage.text("modelStatus"));
     }
 
     void namesItsParts()
