@@ -510,6 +510,20 @@ private Q_SLOTS:
         QCOMPARE(group.parts.first().pivotX, pivotX);
     }
 
+    // A long name is kept beside the groups; the group loses nothing by that.
+    void keepsTheOriginOfAGroupWithALongName()
+    {
+        const QByteArray name(101, 'n');
+        const BakedModel model =
+            importModel(
+                file(cube("a"), R"({"uuid":"g","children":["a"]},{"uuid":"g"},{"name":0})",
+                     R"("groups":[{"uuid":"g","origin":[16,0,0],"name":)" + quoted(name) + "}]"))
+                .model;
+        QCOMPARE(partsOf(model),
+                 QStringLiteral("%1:0+36 %1:36+0 :36+0 :0+36").arg(QString::fromLatin1(name)));
+        QCOMPARE(model.parts.first().pivotX, 1.0F);
+    }
+
     // A number is no name, in a group as little as in the outliner.
     void namesNoPartByANumber()
     {
