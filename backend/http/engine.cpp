@@ -91,9 +91,12 @@ public:
                 continue;
             } catch (const std::bad_alloc&) {
                 logging::error(u"out of memory while reading a request"_s);
+                m_reply = failure(503);
+            } catch (const std::exception& fault) {
+                logging::error(u"a request failed: "_s + QString::fromUtf8(fault.what()));
+                m_reply = failure(500);
             }
             m_keeps = false;
-            m_reply = failure(503);
             if (m_isAnswering || !co_await send())
                 co_return;
         }
