@@ -1,4 +1,4 @@
-#include "backend/archives.h"
+#include "backend/catalogue/archives.h"
 
 #include "tests/support/zip_builder.h"
 

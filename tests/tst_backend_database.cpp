@@ -1,6 +1,6 @@
-#include "backend/database.h"
+#include "backend/data/database.h"
 
-#include "backend/outcome.h"
+#include "backend/base/outcome.h"
 #include "tests/support/backend_process.h"
 
 #include <QTest>

@@ -1,6 +1,6 @@
+#include "backend/api/lane.h"
+#include "backend/base/outcome.h"
 #include "backend/http/engine.h"
-#include "backend/lane.h"
-#include "backend/outcome.h"
 
 #include "tests/support/raw_client.h"
 

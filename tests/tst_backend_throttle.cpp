@@ -1,4 +1,4 @@
-#include "backend/throttle.h"
+#include "backend/accounts/throttle.h"
 
 #include "tests/support/backend_process.h"
 

@@ -1,5 +1,5 @@
 #include "app/settings.h"
-#include "backend/archives.h"
+#include "backend/catalogue/archives.h"
 #include "services/runtime_manager.h"
 #include "services/slices.h"
 #include "services/tree_removal.h"

@@ -84,18 +84,43 @@ private Q_SLOTS:
         row("ui/a.cpp", "\"versions/version_manager.h\"", true);
         row("ui/a.cpp", "\"backend/server.h\"", false);
         row("ui/a.cpp", "\"bench/costs.h\"", false);
-        // The preview and the archives' rules stand alone; the backend takes its checks from there,
-        // and nothing else.
+        // The preview and the archives' rules stand alone.
         row("archive/a.cpp", "\"archive/archive_reader.h\"", true);
         row("archive/a.cpp", "\"app/settings.h\"", false);
         row("archive/a.cpp", "\"services/zip.h\"", false);
         row("app/a.cpp", "\"archive/archive_reader.h\"", false);
-        row("backend/a.cpp", "\"archive/archive_reader.h\"", true);
         row("preview/a.cpp", "\"preview/box_baking.h\"", true);
         row("preview/a.cpp", "\"app/settings.h\"", false);
-        row("backend/a.cpp", "\"backend/server.h\"", true);
-        row("backend/a.cpp", "\"preview/png_image.h\"", true);
-        row("backend/a.cpp", "\"services/http.h\"", false);
+        // The server takes its checks from there, each in one room, and nothing else of the
+        // launcher.
+        row("backend/catalogue/a.cpp", "\"archive/archive_reader.h\"", true);
+        row("backend/catalogue/a.cpp", "\"preview/png_image.h\"", false);
+        row("backend/looks/a.cpp", "\"preview/png_image.h\"", true);
+        row("backend/looks/a.cpp", "\"archive/archive_reader.h\"", false);
+        row("backend/base/a.cpp", "\"services/http.h\"", false);
+        row("backend/cli/a.cpp", "\"services/http.h\"", false);
+        // A room uses what lies below it; what lies beside it is none of its business.
+        row("backend/base/a.cpp", "\"backend/base/b.h\"", true);
+        row("backend/base/a.cpp", "\"backend/data/b.h\"", false);
+        row("backend/data/a.cpp", "\"backend/base/b.h\"", true);
+        row("backend/data/a.cpp", "\"backend/accounts/b.h\"", false);
+        row("backend/accounts/a.cpp", "\"backend/data/b.h\"", true);
+        for (const char* domain : {"backend/accounts/a.cpp", "backend/catalogue/a.cpp"})
+            row(domain, "\"backend/looks/b.h\"", false);
+        row("backend/looks/a.cpp", "\"backend/accounts/b.h\"", false);
+        row("backend/looks/a.cpp", "\"backend/http/b.h\"", false);
+        row("backend/upkeep/a.cpp", "\"backend/accounts/b.h\"", true);
+        row("backend/upkeep/a.cpp", "\"backend/api/b.h\"", false);
+        row("backend/http/a.cpp", "\"backend/base/b.h\"", true);
+        row("backend/http/a.cpp", "\"backend/data/b.h\"", false);
+        row("backend/http/a.cpp", "\"backend/api/b.h\"", false);
+        row("backend/api/a.cpp", "\"backend/http/b.h\"", true);
+        row("backend/api/a.cpp", "\"backend/upkeep/b.h\"", false);
+        row("backend/api/a.cpp", "\"backend/cli/b.h\"", false);
+        row("backend/cli/a.cpp", "\"backend/upkeep/b.h\"", true);
+        // No room is unknown, and none lies in the hall.
+        row("backend/hall.cpp", "\"backend/base/b.h\"", false);
+        row("backend/new/a.cpp", "\"backend/base/b.h\"", false);
     }
 
     void lints()

@@ -1,9 +1,9 @@
 #include "backend/http/engine.h"
 
+#include "backend/base/log.h"
+#include "backend/base/network_address.h"
+#include "backend/base/outcome.h"
 #include "backend/http/head.h"
-#include "backend/log.h"
-#include "backend/network_address.h"
-#include "backend/outcome.h"
 
 #include <boost/asio.hpp>
 #include <boost/asio/ssl.hpp>

@@ -1,0 +1,115 @@
+#include "backend/accounts/login_guard.h"
+#include "backend/accounts/passwords.h"
+#include "backend/api/account_api.h"
+#include "backend/api/catalogue_api.h"
+#include "backend/api/http_application.h"
+#include "backend/api/look_api.h"
+#include "backend/api/router.h"
+#include "backend/api/status_api.h"
+#include "backend/base/log.h"
+#include "backend/catalogue/catalogue.h"
+#include "backend/cli/command.h"
+#include "backend/cli/commands.h"
+#include "backend/cli/serve_options.h"
+#include "backend/cli/stop_signals.h"
+#include "backend/data/data_directory.h"
+#include "backend/data/health.h"
+#include "backend/looks/appearance.h"
+#include "backend/upkeep/janitor.h"
+
+#include <sys/resource.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Everything that answers, over one data.
+class Services
+{
+public:
+    Services(DataDirectory& data, const QString& fileOrigin, const QString& filesOrigin)
+        : m_accounts(data.database(), m_passwords)
+        , m_guard(m_accounts)
+        , m_catalogue(data.database(), fileOrigin)
+        , m_appearance(data.database(), data.store())
+        , m_health(data.database())
+        , m_router([this](const QByteArray& token) { return m_accounts.byToken(token); })
+    {
+        account_api::addRoutes(m_router, m_accounts, m_guard);
+        catalogue_api::addRoutes(m_router, m_catalogue, data.store(), filesOrigin);
+        look_api::addRoutes(m_router, m_appearance, data.store());
+        status_api::addRoutes(m_router, m_health);
+    }
+    const Router& router() const { return m_router; }
+
+private:
+    Passwords m_passwords;
+    Accounts m_accounts;
+    LoginGuard m_guard;
+    Catalogue m_catalogue;
+    Appearance m_appearance;
+    Health m_health;
+    Router m_router;
+};
+
+// Every connection is a file, and some send one; the usual soft limit is for desktop programs.
+void raiseFileLimit(size_t connections)
+{
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    const rlim_t wanted = 2 * connections + 100;
+    limit.rlim_cur = std::min(limit.rlim_max, std::max(limit.rlim_cur, wanted));
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// What browsers are told with every answer.
+QList<http::Header> headersOfAll(bool isSecure)
+{
+    QList<http::Header> headers{
+        {"X-Content-Type-Options", "nosniff"},
+        {"Content-Security-Policy", "default-src 'none'; frame-ancestors 'none'"},
+        {"Referrer-Policy", "no-referrer"}};
+    if (isSecure)
+        headers.emplaceBack("Strict-Transport-Security", "max-age=31536000");
+    return headers;
+}
+
+int serve(ServeOptions options)
+{
+    // Before any thread: they inherit that these signals wait for StopSignals.
+    StopSignals signals;
+    if (!options.accessLog.isEmpty())
+        logging::openAccessLog(options.accessLog);
+    options.network.headers = headersOfAll(!options.network.key.isEmpty());
+    const auto engine = http::Engine::make(options.network);
+    raiseFileLimit(options.network.connections);
+    const QString origin = options.localOrigin(engine->port());
+    if (options.publicOrigin.isEmpty())
+        options.publicOrigin = origin;
+
+    DataDirectory data(options.data);
+    const Services services(
+        data, options.filesOrigin.isEmpty() ? options.publicOrigin : options.filesOrigin,
+        options.filesOrigin);
+    HttpApplication application(services.router(), options.bodies);
+    const Janitor janitor(data.database(), data.store());
+    signals.onStop([&engine] { engine->stop(); });
+    command::print(u"Listening on "_s + origin);
+    engine->run(application);
+    return command::Success;
+}
+
+} // namespace
+
+namespace commands {
+
+int serve(const QStringList& words)
+{
+    const auto options = ServeOptions::parse(words);
+    if (const int* over = std::get_if<int>(&options))
+        return *over;
+    return ::serve(std::get<ServeOptions>(options));
+}
+
+} // namespace commands

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "backend/api/body_budget.h"
+#include "backend/data/data_directory.h"
+#include "backend/http/engine.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <variant>
+
+// What `serve` was asked for, checked.
+struct ServeOptions
+{
+    DataLocation data;
+    http::Options network;
+    BodyBudget::Limits bodies;
+    // Without a last slash; empty when not given.
+    QString publicOrigin;
+    QString filesOrigin;
+    QString accessLog;
+
+    // The options, or the exit code when the command is over already.
+    static std::variant<ServeOptions, int> parse(const QStringList& words);
+    // How the server is reached from its own machine, at the port that it listens on.
+    QString localOrigin(int port) const;
+};

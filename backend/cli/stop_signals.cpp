@@ -1,0 +1,65 @@
+#include "backend/cli/stop_signals.h"
+
+#include "backend/base/log.h"
+
+#include <cerrno>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+sigset_t stopSet()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    // Wakes the waiter when nobody asked to stop.
+    sigaddset(&set, SIGUSR1);
+    return set;
+}
+
+} // namespace
+
+StopSignals::StopSignals()
+{
+    const sigset_t set = stopSet();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    // A client that hangs up is an error of one write, not the end of the program.
+    signal(SIGPIPE, SIG_IGN);
+}
+
+StopSignals::~StopSignals()
+{
+    if (!m_waiter.joinable())
+        return;
+    pthread_kill(m_waiter.native_handle(), SIGUSR1);
+    m_waiter.join();
+}
+
+void StopSignals::onStop(std::function<void()> stop)
+{
+    m_waiter = std::thread([stop = std::move(stop)] {
+        const sigset_t set = stopSet();
+        int received = 0;
+        sigwait(&set, &received);
+        if (received == SIGUSR1)
+            return;
+        stop();
+        // Until the destructor wakes us. Threads that hang cannot be ended one by one; what they
+        // did not commit, the database undoes.
+        sigset_t over;
+        sigemptyset(&over);
+        sigaddset(&over, SIGUSR1);
+        const timespec patience{9, 0};
+        while (sigtimedwait(&over, nullptr, &patience) < 0) {
+            if (errno == EINTR)
+                continue;
+            logging::error(u"stopped without waiting for what hangs"_s);
+            _exit(0);
+        }
+    });
+}
