@@ -168,8 +168,7 @@ void ReplyTaker::refuseLength()
 void ReplyTaker::refuse(const QString& error)
 {
     m_reply->disconnect(this);
-    QMetaObject::invokeMethod(
-        this, [this, error] { deliver(error); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, [this, error] { deliver(error); }, Qt::QueuedConnection);
     endLater(m_reply);
 }
 

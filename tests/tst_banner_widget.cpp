@@ -178,12 +178,12 @@ private Q_SLOTS:
         QList<BannerWidget::Cube> cubes;
         for (int round = 0; round < 100; ++round)
             cubes += BannerWidget(nullptr).cubes();
-        const auto spans = [&](float BannerWidget::Cube::*field, float low, float high) {
+        const auto spans = [&](float BannerWidget::Cube::* field, float low, float high) {
             const auto [least, most] = std::minmax_element(
                 cubes.cbegin(), cubes.cend(),
                 [field](const auto& a, const auto& b) { return a.*field < b.*field; });
             const float margin = (high - low) * 0.05F;
-            return *least.*field<low + margin&& * most.*field> high - margin;
+            return *least.*field < low + margin && *most.*field > high - margin;
         };
         QVERIFY(spans(&BannerWidget::Cube::x, 0, 1));
         QVERIFY(spans(&BannerWidget::Cube::y, 0, 1));

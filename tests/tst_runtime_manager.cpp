@@ -40,9 +40,7 @@ public:
         connect(&manager, &RuntimeManager::installFinished, this, [this] { take(QString()); });
         connect(&manager, &RuntimeManager::installFailed, this, &Listener::take);
         connect(&manager, &RuntimeManager::downloadProgress, this,
-                [this](qint64 received, qint64 total) {
-                    progress.append({received, total});
-                });
+                [this](qint64 received, qint64 total) { progress.append({received, total}); });
     }
 
     QStringList outcomes; // an empty text is a success

@@ -88,9 +88,8 @@ QList<Recipe> recipes()
         addWith("body", {"body"});
     }
     // Nobody lays these out.
-    all.append({"unseen fields", [] {
-                    return manifestWith({"url", "sha256", "released"}, filled("x", large));
-                }});
+    all.append({"unseen fields",
+                [] { return manifestWith({"url", "sha256", "released"}, filled("x", large)); }});
     for (const char* field : {"id", "title", "body"})
         all.append({"16 MB of " + QByteArray(field),
                     [field] { return manifestWith({field}, filled("x", largest)); }});
