@@ -18,7 +18,8 @@ missing_packages() {
         chosen=
         for name in ${line//|/ }; do
             chosen=$name
-            if is_installed "$name" || apt-cache show "$name" >/dev/null 2>&1; then
+            # "apt-cache show" also knows names that others merely mention.
+            if is_installed "$name" || [ -n "$(apt-cache madison "$name" 2>/dev/null)" ]; then
                 break
             fi
         done
