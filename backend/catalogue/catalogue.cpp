@@ -84,8 +84,17 @@ Outcome<Done> Catalogue::setRuntime(const StoredFile& archive)
 
 std::optional<QByteArray> Catalogue::runtime()
 {
-    const QVariant file =
-        m_database.value(u"SELECT file FROM runtimes WHERE platform = 'linux/x64'"_s);
+    return digest(u"SELECT file FROM runtimes WHERE platform = 'linux/x64'"_s, {});
+}
+
+std::optional<QByteArray> Catalogue::launcher(const QString& platform)
+{
+    return digest(u"SELECT file FROM launchers WHERE platform = ?"_s, {platform});
+}
+
+std::optional<QByteArray> Catalogue::digest(const QString& sql, const QVariantList& values)
+{
+    const QVariant file = m_database.value(sql, values);
     if (!file.isValid())
         return {};
     return file.toByteArray();

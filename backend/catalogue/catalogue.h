@@ -48,12 +48,15 @@ public:
     Manifest manifest();
     // The digest of the runtime archive, or nothing when none is published.
     std::optional<QByteArray> runtime();
+    // That of the launcher's build for a platform.
+    std::optional<QByteArray> launcher(const QString& platform);
 
     static std::optional<Refusal> refusalOfVersionId(const QString& id);
 
 private:
     Outcome<Done> remove(const QString& sql, const QVariantList& values, const QString& otherwise);
     void raiseRevision();
+    std::optional<QByteArray> digest(const QString& sql, const QVariantList& values);
     QByteArray build();
     QString urlOf(const QVariant& sha256) const;
 

@@ -14,6 +14,12 @@ void writeLine(std::FILE* stream, const QString& text)
     std::fflush(stream);
 }
 
+void writeReasons(const Refusal& refusal)
+{
+    for (const QString& reason : refusal.reasons)
+        writeLine(stderr, QString(u"  - "_s + reason));
+}
+
 } // namespace
 
 namespace command {
@@ -31,9 +37,14 @@ int fail(const QString& text)
 
 int fail(const Refusal& refusal)
 {
-    for (const QString& reason : refusal.reasons)
-        writeLine(stderr, QString(u"  - "_s + reason));
+    writeReasons(refusal);
     return fail(refusal.error);
+}
+
+void warn(const Refusal& refusal)
+{
+    writeReasons(refusal);
+    writeLine(stderr, u"warning: "_s + refusal.error);
 }
 
 int wrongUsage(const QString& text, const QString& name)

@@ -15,8 +15,9 @@ namespace command {
 
 enum ExitCode { Success = 0, Failed = 1, WrongUsage = 2 };
 
-// Prints to standard output, and "error: ..." to standard error.
+// Prints to standard output, and "error: ..." or "warning: ..." to standard error.
 void print(const QString& text);
+void warn(const Refusal& refusal);
 int fail(const QString& text);
 int wrongUsage(const QString& text, const QString& name);
 int fail(const Refusal& refusal);

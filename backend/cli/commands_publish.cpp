@@ -1,5 +1,6 @@
 #include "backend/catalogue/archives.h"
 #include "backend/catalogue/catalogue.h"
+#include "backend/catalogue/installation.h"
 #include "backend/cli/command.h"
 #include "backend/cli/commands.h"
 #include "backend/cli/progress_bar.h"
@@ -87,6 +88,33 @@ int publishNews(const QStringList& words)
     return command::Success;
 }
 
+// An update replaces the executable alone: what it needs must lie where players installed it.
+// `name` is the archive's, for people.
+Outcome<Done> checkStarts(const QString& build, const QString& archive, const QString& name)
+{
+    QFile file(build);
+    if (!file.open(QIODevice::ReadOnly))
+        throw Fault(u"cannot read %1: %2"_s.arg(build, file.errorString()));
+    const auto installation = Installation::of(archive);
+    if (!installation)
+        return installation.refusal();
+    const QStringList missing = installation->missingFor(Linkage::of(file.readAll()));
+    if (missing.isEmpty())
+        return Done();
+    return Refusal{400, u"this build would not start where %1 is installed"_s.arg(name), missing};
+}
+
+// By the archive that was named, or else the published one.
+Outcome<Done> checkStarts(const command::Options& options, Catalogue& catalogue, const Store& store)
+{
+    const QString build = options.value(u"file"_s);
+    if (options.has(u"installed"_s))
+        return checkStarts(build, options.value(u"installed"_s), options.value(u"installed"_s));
+    if (const auto published = catalogue.launcher(u"archive"_s))
+        return checkStarts(build, store.pathOf(*published), u"the published archive"_s);
+    return Done();
+}
+
 int publishLauncher(const QStringList& words)
 {
     command::Options options(u"publish launcher"_s,
@@ -95,6 +123,11 @@ int publishLauncher(const QStringList& words)
     options.require(u"file"_s, u"The executable, or the ZIP of a full archive."_s, u"FILE"_s);
     options.add(u"version"_s, u"The build's dotted version; an archive has none."_s, u"VERSION"_s);
     options.add(u"platform"_s, u"generic, linux or archive."_s, u"PLATFORM"_s, u"linux"_s);
+    options.add(u"installed"_s,
+                u"The archive that players have: with its libraries the build must start. "
+                "Default: the full archive that is published."_s,
+                u"FILE"_s);
+    options.addFlag(u"force"_s, u"Publish it even so: who updates is left without a launcher."_s);
     if (const auto over = options.parse(words))
         return *over;
 
@@ -113,11 +146,18 @@ int publishLauncher(const QStringList& words)
             return command::fail(archive.refusal());
     }
     DataDirectory data(options.dataLocation());
+    Catalogue catalogue(data.database(), {});
+    const auto starts =
+        isArchive ? Outcome<Done>(Done()) : checkStarts(options, catalogue, data.store());
+    if (!starts && !options.has(u"force"_s))
+        return command::fail(starts.refusal());
+    if (!starts)
+        command::warn(starts.refusal());
     const StoreLock lock(data.store(), StoreLock::Mode::Shared);
     const StoredFile file = storeFile(data.store(), options.value(u"file"_s));
     if (file.size == 0)
         return command::fail(u"the file is empty"_s);
-    const auto set = Catalogue(data.database(), {}).setLauncher(build, file);
+    const auto set = catalogue.setLauncher(build, file);
     if (!set)
         return command::fail(set.refusal());
     command::print(u"Published the launcher for %1 (sha256 %2)."_s.arg(
