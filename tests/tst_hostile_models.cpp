@@ -193,7 +193,7 @@ private Q_SLOTS:
     {
         // What is freed is free again at once.
         const QByteArray options = qgetenv("ASAN_OPTIONS");
-        qputenv("ASAN_OPTIONS", options + ":quarantine_size_mb=1");
+        qputenv("ASAN_OPTIONS", QByteArray(options + ":quarantine_size_mb=1"));
         BackendProcess backend;
         QVERIFY2(backend.start(), backend.output().constData());
         qputenv("ASAN_OPTIONS", options);

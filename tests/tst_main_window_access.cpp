@@ -206,7 +206,7 @@ private Q_SLOTS:
         }
         m_driver->click("consoleButton");
         m_driver->pages()->setCurrentIndex(page);
-        QApplication::setActiveWindow(&m_driver->window());
+        m_driver->activate();
         m_driver->nav("News")->setFocus(Qt::TabFocusReason);
         QStringList walked;
         for (qsizetype i = 0; i < way.size(); ++i) {
@@ -224,7 +224,7 @@ private Q_SLOTS:
     {
         m_driver->openAndWait();
         m_driver->click("consoleButton");
-        QApplication::setActiveWindow(&m_driver->window());
+        m_driver->activate();
         int seen = 0;
         for (int page = 0; page < 6; ++page) {
             m_driver->pages()->setCurrentIndex(page);
@@ -245,7 +245,7 @@ private Q_SLOTS:
     void isWorkedByTheKeyboardAlone()
     {
         m_driver->openAndWait();
-        QApplication::setActiveWindow(&m_driver->window());
+        m_driver->activate();
         m_driver->nav("Profiles")->setFocus(Qt::TabFocusReason);
         press(Qt::Key_Space);
         QCOMPARE(m_driver->page(), 2);

@@ -110,7 +110,7 @@ private:
         m_driver->server().answer("/jars/1.0.jar", HttpAnswer::silence());
         m_driver->serveManifest({version});
         m_driver->openAndWait();
-        QApplication::setActiveWindow(&m_driver->window());
+        m_driver->activate();
         m_driver->play()->setFocus(Qt::TabFocusReason);
         QTest::keyClick(focused(), Qt::Key_Space);
         QCOMPARE(m_driver->status(), u"Downloading 1.0..."_s);

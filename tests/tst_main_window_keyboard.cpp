@@ -103,7 +103,7 @@ private Q_SLOTS:
         const int before = area->verticalScrollBar()->value();
         QVERIFY(before > 0);
         m_driver->nav("News")->setFocus(Qt::TabFocusReason);
-        QApplication::setActiveWindow(&m_driver->window());
+        m_driver->activate();
         QCOMPARE(QApplication::focusWidget(), m_driver->nav("News"));
         QTest::mousePress(name, Qt::LeftButton, {}, QPoint(20, name->height() - 3));
         QCOMPARE(focused(), name);
@@ -367,7 +367,7 @@ private Q_SLOTS:
     void doesNothingOnReturnInTheUserName()
     {
         m_driver->openAndWait();
-        QApplication::setActiveWindow(&m_driver->window());
+        m_driver->activate();
         m_driver->type("passwordField", u"p"_s);
         m_driver->type("usernameField", u"Ada"_s);
         const QString before = m_driver->status();
@@ -381,7 +381,7 @@ private:
     {
         m_driver->storeSession();
         m_driver->openAndWait();
-        QApplication::setActiveWindow(&m_driver->window());
+        m_driver->activate();
     }
 
     void openEditor()
@@ -410,7 +410,7 @@ private:
         m_driver->server().answer("/auth/login", session);
         m_driver->server().answer("/auth/register", session);
         m_driver->openAndWait();
-        QApplication::setActiveWindow(&m_driver->window());
+        m_driver->activate();
         m_driver->type("usernameField", u"Ada"_s);
         m_driver->type("passwordField", u"p"_s);
         m_driver->findWidget(last)->setFocus(Qt::TabFocusReason);

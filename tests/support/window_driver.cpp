@@ -103,6 +103,12 @@ void WindowDriver::openAndWait()
     QTRY_COMPARE(ready.size() + failed.size(), 1);
 }
 
+void WindowDriver::activate()
+{
+    m_window->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+}
+
 void WindowDriver::close()
 {
     m_window.reset();

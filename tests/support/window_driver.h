@@ -43,6 +43,8 @@ public:
     void open();
     // The same, and waits until the manifest has arrived or has failed.
     void openAndWait();
+    // Waits until the window has the focus.
+    void activate();
     void close();
 
     HttpServer& server() { return m_server; }
