@@ -107,7 +107,7 @@ private:
         m_isBesideNow = false;
         m_hasPixels = true;
         m_pixels.append(data);
-        return m_stream->take(data);
+        return m_stream && m_stream->take(data);
     }
 
     void writePixels()

@@ -159,7 +159,7 @@ bool UnpackingOver::begin()
 
 bool UnpackingOver::take(QByteArrayView block)
 {
-    if (m_isKept)
+    if (m_isKept && m_kept)
         m_kept->append(block);
     return m_isKept || m_reader.kind() != Kind::File || m_writer.write(block);
 }

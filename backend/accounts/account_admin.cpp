@@ -39,12 +39,14 @@ Outcome<Done> AccountAdmin::resetPassword(const QString& name, const QString& pa
     if (const auto refusal = Accounts::refusalOfPassword(password))
         return *refusal;
     const auto hash = m_passwords.hash(password.toUtf8());
+    if (!hash)
+        throw Busy(u"too many passwords are being hashed"_s);
     Transaction transaction(m_database);
     const auto uuid = uuidOf(name);
     if (!uuid)
         return uuid.refusal();
     m_database.run(u"UPDATE accounts SET password_hash = ? WHERE uuid = ?"_s,
-                   {QString::fromLatin1(hash.value()), *uuid});
+                   {QString::fromLatin1(*hash), *uuid});
     endSessions(*uuid);
     transaction.commit();
     return Done();

@@ -12,7 +12,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // What root writes there, the server's own account could not read.
-const QString& checkedOwner(const QString& directory)
+QString checkedOwner(const QString& directory)
 {
     const QFileInfo info(directory);
     if (::geteuid() == 0 && info.exists() && info.ownerId() != 0)
