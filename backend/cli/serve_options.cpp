@@ -96,7 +96,7 @@ QString parseLimits(const command::Options& options, ServeOptions& parsed)
         if (wrong.isEmpty())
             wrong = parseNumber(options, name, field, unit);
     };
-    next(u"max-address-connections"_s, network.connectionsOfAddress, 1);
+    next(u"max-address-connections"_s, network.connectionsOfAddress, size_t(1));
     next(u"max-body-memory"_s, parsed.bodies.process, mebibyte);
     next(u"max-account-body-memory"_s, parsed.bodies.account, mebibyte);
     int stall = 0;

@@ -2,6 +2,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QHash>
 #include <QStringList>
 
 #include <atomic>
@@ -18,16 +19,21 @@ using Header = std::pair<QByteArray, QByteArray>;
 struct Request
 {
     QByteArray method;
-    QByteArray path; // decoded, without what follows a "?"
-    QList<Header> fields;
+    QByteArray path;                          // decoded, without what follows a "?"
+    QHash<QByteArray, QByteArrayList> fields; // by their names in lower case
     QString address; // who asks; behind a trusted proxy, whom the proxy names
     QElapsedTimer timer;
-    qint64 bodyBytes = 0; // as announced
+    bool keepsAlive = false;
+    bool expectsLeave = false; // to send its body
+    qint64 bodyBytes = 0;      // as announced
     QByteArray body;
     std::shared_ptr<void> context; // the application's own
 
     // All values of that name, whatever its case, separated by commas.
-    QByteArray field(const char* name) const;
+    QByteArray field(const char* name) const
+    {
+        return fields.value(QByteArray(name).toLower()).join(',');
+    }
 };
 using RequestPtr = std::shared_ptr<Request>;
 
@@ -74,14 +80,10 @@ struct Options
     QStringList trustedProxies = {};               // their X-Forwarded-For is believed
     QList<Header> headers = {};                    // of every answer
     size_t connections = 4000;                     // more wait in the kernel's queue
-    int connectionsOfAddress = 100;                // or IPv6 network; more are closed
-    std::chrono::milliseconds idle{15'000};        // between two requests
-    std::chrono::milliseconds head{10'000};        // for all of it, or the TLS handshake
+    size_t connectionsOfAddress = 100;             // or IPv6 network; more are closed
     std::chrono::milliseconds body{15'000};        // for every 64 KiB of it
     std::chrono::milliseconds transfer{30'000};    // for every 64 KiB of an answer
     std::chrono::milliseconds application{10'000}; // then the answer is 503
-    std::chrono::milliseconds drain{3'000};        // after the last answer
-    std::chrono::milliseconds stop{8'000};         // for what has begun
 };
 
 // One thread for all clients: none of them holds it up, and every wait has a deadline.

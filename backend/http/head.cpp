@@ -4,8 +4,7 @@
 #include <boost/beast/http/parser.hpp>
 
 #include <algorithm>
-
-namespace http {
+#include <limits>
 
 namespace {
 
@@ -30,6 +29,12 @@ QByteArray pathOf(QByteArray target)
     return QByteArray::fromPercentEncoding(target.split('?').first());
 }
 
+// Whether a line ends otherwise than in CRLF, or goes on in the next one.
+bool isAmbiguous(char one, char next)
+{
+    return next == '\n' ? one != '\r' : one == '\n' && (next == ' ' || next == '\t');
+}
+
 int faultOf(const beast::request<beast::empty_body>& read, boost::system::error_code error)
 {
     if (std::distance(read.begin(), read.end()) > fieldLimit)
@@ -37,8 +42,12 @@ int faultOf(const beast::request<beast::empty_body>& read, boost::system::error_
     // Also together with a length, which the parser turns away by itself.
     if (read.count(field::transfer_encoding) > 0 || error == beast::error::bad_transfer_encoding)
         return 411;
-    if (error || read.count(field::content_length) > 1 || read.count(field::host) > 1 ||
-        (read.version() >= 11 && read.count(field::host) == 0))
+    if (error == beast::error::body_limit)
+        return 413;
+    // The parser also takes a list of lengths.
+    if (error || read.count(field::content_length) > 1 ||
+        read[field::content_length].find(',') != boost::beast::string_view::npos ||
+        read.count(field::host) > 1 || (read.version() >= 11 && read.count(field::host) == 0))
         return 400;
     if (read.target().size() > targetLimit)
         return 414;
@@ -48,53 +57,32 @@ int faultOf(const beast::request<beast::empty_body>& read, boost::system::error_
 
 } // namespace
 
-qsizetype headBytes(std::string_view input)
+std::optional<int> http::takeHead(std::string& input, Request& request)
 {
     const size_t end = input.find("\r\n\r\n");
-    const std::string_view head = input.substr(0, end);
-    for (size_t at = head.find('\n'); at != head.npos; at = head.find('\n', at + 1)) {
-        const char next = at + 1 < head.size() ? head[at + 1] : '\0';
-        if (at == 0 || head[at - 1] != '\r' || next == ' ' || next == '\t')
-            return -400;
-    }
-    if (head.size() + 4 > headLimit)
-        return -431;
-    return end == input.npos ? 0 : static_cast<qsizetype>(end + 4);
-}
-
-int parseHead(std::string_view input, Request& request, Head& head)
-{
-    request.timer.start();
-    const qsizetype size = headBytes(input);
-    if (size < 0)
-        return static_cast<int>(-size);
-    head.bytes = static_cast<size_t>(size);
+    const std::string_view lines = std::string_view(input).substr(0, end);
+    if (std::ranges::adjacent_find(lines, isAmbiguous) != lines.end())
+        return 400;
+    if (lines.size() + 4 > headLimit)
+        return 431;
+    if (end == input.npos)
+        return {};
     beast::request_parser<beast::empty_body> parser;
     parser.header_limit(headLimit);
-    parser.body_limit(boost::none);
+    parser.body_limit(std::numeric_limits<qint64>::max());
     boost::system::error_code error;
-    parser.put(boost::asio::buffer(input.data(), head.bytes), error);
+    request.timer.start();
+    parser.put(boost::asio::buffer(input.data(), end + 4), error);
     const auto& read = parser.get();
     request.method = bytesOf(read.method_string());
     request.path = pathOf(bytesOf(read.target()));
     if (const int fault = faultOf(read, error))
         return fault;
     for (const auto& one : read)
-        request.fields.emplaceBack(bytesOf(one.name_string()), bytesOf(one.value()));
+        request.fields[bytesOf(one.name_string()).toLower()].append(bytesOf(one.value()));
     request.bodyBytes = static_cast<qint64>(parser.content_length().value_or(0));
-    head.keepsAlive = parser.keep_alive();
-    head.expectsLeave = read.version() >= 11 && read.count(field::expect) > 0;
+    request.keepsAlive = parser.keep_alive();
+    request.expectsLeave = read.version() >= 11 && read.count(field::expect) > 0;
+    input.erase(0, end + 4);
     return 0;
 }
-
-QByteArray Request::field(const char* name) const
-{
-    QByteArrayList values;
-    for (const auto& [key, value] : fields) {
-        if (key.compare(name, Qt::CaseInsensitive) == 0)
-            values.append(value);
-    }
-    return values.join(',');
-}
-
-} // namespace http

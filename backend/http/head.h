@@ -2,22 +2,14 @@
 
 #include "backend/http/engine.h"
 
-#include <string_view>
+#include <string>
 
 namespace http {
 
-struct Head
-{
-    size_t bytes = 0;
-    bool keepsAlive = false;
-    bool expectsLeave = false; // to send its body
-};
-
-// How long the head at the front of the input is. 0: it is not there yet. Negative: the status to
-// refuse it with, when no more of it needs to be seen.
-qsizetype headBytes(std::string_view input);
-// Reads that head, and hands back the status to refuse it with, or 0. Whatever two readers could
-// take for requests of different lengths is refused.
-int parseHead(std::string_view input, Request& request, Head& head);
+// Takes the head at the front of the input into the request, and out of the input. Hands back 0
+// then; the status to refuse it with, which may be certain before all of it is there; or nothing
+// when it wants more input. Whatever two readers could take for requests of different lengths is
+// refused.
+std::optional<int> takeHead(std::string& input, Request& request);
 
 } // namespace http
