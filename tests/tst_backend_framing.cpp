@@ -106,6 +106,11 @@ void TestBackendFraming::refusesAmbiguousHeads_data()
     row("length twice, the same", post + "Content-Length: 40\r\nContent-Length: 40\r\n\r\n", 400);
     row("lengths in a list", post + "Content-Length: 40, 40\r\n\r\n", 400);
     row("two lengths", post + "Content-Length: 40\r\nContent-Length: 0\r\n\r\n", 400);
+    row("lengths in a list, before a body that is taken",
+        post + "Content-Length: " + QByteArray::number(login.size()) + ", " +
+            QByteArray::number(login.size()) + "\r\n\r\n" + login,
+        400);
+    row("length beyond all", post + "Content-Length: 18446744073709551615\r\n\r\n", 413);
     row("length with a sign", post + "Content-Length: +40\r\n\r\n", 400);
     row("length in hexadecimal", post + "Content-Length: 0x28\r\n\r\n", 400);
     row("chunks and length", post + "Transfer-Encoding: chunked\r\nContent-Length: 40\r\n\r\n",
