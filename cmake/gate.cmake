@@ -24,6 +24,7 @@ target_link_options(gate INTERFACE "$<$<CONFIG:Release>:-s;LINKER:-z,relro,-z,no
 option(TESSELLAN_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 if(TESSELLAN_SANITIZE)
     target_compile_options(gate INTERFACE
-        -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+        -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer
+        "$<$<BOOL:$<TARGET_PROPERTY:TESSELLAN_WITHOUT_VPTR>>:-fno-sanitize=vptr>")
     target_link_options(gate INTERFACE -fsanitize=address,undefined)
 endif()

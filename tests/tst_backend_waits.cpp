@@ -11,6 +11,7 @@
 #include <memory>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
 
@@ -32,6 +33,7 @@ private Q_SLOTS:
     void boundsConnectionsOfAddress();
     void sparesTrustedProxy();
     void dropsReaderOfNothing();
+    void outlivesDescriptors();
     void saysNothingOfUnreadableFile();
 
 private:
@@ -120,6 +122,24 @@ bool eventually(const Question& question)
         QTest::qWait(50);
     }
     return false;
+}
+
+// Processor time in milliseconds.
+qint64 processorTime(pid_t pid)
+{
+    QFile file(u"/proc/%1/stat"_s.arg(pid));
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    // Behind the name, which may hold blanks.
+    const QByteArray stat = file.readAll();
+    const QByteArrayList fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return (fields[11].toLongLong() + fields[12].toLongLong()) * 1000 / sysconf(_SC_CLK_TCK);
+}
+
+rlim_t descriptorsOf(pid_t pid)
+{
+    const QDir::Filters all = QDir::NoDotAndDotDot | QDir::System | QDir::AllEntries;
+    return static_cast<rlim_t>(QDir(u"/proc/%1/fd"_s.arg(pid)).entryList(all).size());
 }
 
 } // namespace
@@ -320,6 +340,47 @@ void TestBackendWaits::dropsReaderOfNothing()
     got += slow.readAll(20000);
     QVERIFY(got.startsWith("HTTP/1.1 200"));
     QCOMPARE(got.size() - got.indexOf("\r\n\r\n") - 4, 40 * 1024 * 1024);
+}
+
+void TestBackendWaits::outlivesDescriptors()
+{
+    QVERIFY(m_backend->start({u"--max-address-connections"_s, u"1000"_s}));
+    const quint16 port = m_backend->port();
+    const QByteArray path = publishFile("content");
+    const auto pid = static_cast<pid_t>(m_backend->processId());
+    const RawClient held(port);
+    const auto statusOf = [&held](const QByteArray& request) {
+        held.send(request);
+        return held.readUntil("}").mid(9, 3);
+    };
+    QCOMPARE(statusOf(health), "200");
+    const rlimit few{descriptorsOf(pid) + 10, 4096};
+    QCOMPARE(prlimit(pid, RLIMIT_NOFILE, &few, nullptr), 0);
+    Clients clients;
+    for (int i = 0; i < 40; ++i)
+        clients.push_back(std::make_unique<RawClient>(port));
+    QTRY_VERIFY(m_backend->output().contains("cannot accept connections"));
+
+    // Who is in is answered: from the database, and where a file is wanted, without it.
+    const qint64 before = processorTime(pid);
+    for (int i = 0; i < 20; ++i) {
+        QCOMPARE(statusOf(health), "200");
+        QCOMPARE(statusOf("GET " + path + " HTTP/1.1\r\nHost: x\r\n\r\n"), "500");
+        QTest::qWait(100);
+    }
+    const qint64 spent = processorTime(pid) - before;
+    QVERIFY2(spent < 1000, QByteArray::number(spent).constData());
+    QCOMPARE(m_backend->output().count("cannot accept connections"), 1);
+
+    // When there is room again, everybody is answered, the waiting ones included.
+    clients.erase(clients.begin(), clients.begin() + 35);
+    QTRY_COMPARE(raw_http::send(port, health).status, 200);
+    QCOMPARE(raw_http::get(port, path).body, "content");
+    for (const auto& one : clients) {
+        one->send(health);
+        QVERIFY(one->readUntil("}").startsWith("HTTP/1.1 200"));
+    }
+    QCOMPARE(m_backend->stop(), 0);
 }
 
 void TestBackendWaits::saysNothingOfUnreadableFile()
