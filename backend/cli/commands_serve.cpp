@@ -17,6 +17,7 @@
 #include "backend/looks/appearance.h"
 #include "backend/upkeep/janitor.h"
 
+#include <malloc.h>
 #include <sys/resource.h>
 
 using namespace Qt::StringLiterals;
@@ -63,6 +64,15 @@ void raiseFileLimit(size_t connections)
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+// What a large request filled goes back to the system at once. Left to itself, the allocator learns
+// from such requests to keep as much as the largest took, for each thread.
+void returnMemory()
+{
+    constexpr int bytes = 128 * 1024;
+    mallopt(M_MMAP_THRESHOLD, bytes);
+    mallopt(M_TRIM_THRESHOLD, bytes);
+}
+
 // What browsers are told with every answer.
 QList<http::Header> headersOfAll(bool isSecure)
 {
@@ -84,6 +94,7 @@ int serve(ServeOptions options)
     options.network.headers = headersOfAll(!options.network.key.isEmpty());
     const auto engine = http::Engine::make(options.network);
     raiseFileLimit(options.network.connections);
+    returnMemory();
     const QString origin = options.localOrigin(engine->port());
     if (options.publicOrigin.isEmpty())
         options.publicOrigin = origin;
