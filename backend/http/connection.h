@@ -30,7 +30,8 @@ constexpr size_t turnBytes = 1024 * 1024;
 
 // One client, from its first byte to its last answer, on the engine's thread, over a socket, TLS or
 // whatever else Asio reads and writes. It only sets itself deadlines: the engine watches them, and
-// keeps it until serve() ends.
+// keeps it until serve() ends. Nothing that needs a destructor is made within a co_await: g++ 12
+// would destroy it twice.
 template <typename Stream>
 class Connection
 {
