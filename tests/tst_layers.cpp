@@ -112,6 +112,9 @@ private Q_SLOTS:
         row("backend/upkeep/a.cpp", "\"backend/accounts/b.h\"", true);
         row("backend/upkeep/a.cpp", "\"backend/api/b.h\"", false);
         row("backend/http/a.cpp", "\"backend/base/b.h\"", true);
+        row("backend/http/a.cpp", "\"backend/message/b.h\"", true);
+        row("backend/message/a.cpp", "\"backend/http/b.h\"", false);
+        row("backend/message/a.cpp", "\"backend/base/b.h\"", false);
         row("backend/http/a.cpp", "\"backend/data/b.h\"", false);
         row("backend/http/a.cpp", "\"backend/api/b.h\"", false);
         row("backend/api/a.cpp", "\"backend/http/b.h\"", true);

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "backend/http/head.h"
-#include "backend/http/response.h"
 #include "backend/base/log.h"
 #include "backend/base/network_address.h"
+#include "backend/http/engine.h"
+#include "backend/message/head.h"
 
 #include <boost/asio.hpp>
 #include <boost/asio/experimental/concurrent_channel.hpp>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QElapsedTimer>
-#include <QFile>
-#include <QHash>
+#include "backend/message/reply.h"
+#include "backend/message/request.h"
+
 #include <QStringList>
 
 #include <atomic>
@@ -13,43 +13,6 @@
 
 // An HTTP/1.1 server that knows nothing of what it serves.
 namespace http {
-
-using Header = std::pair<QByteArray, QByteArray>;
-
-struct Request
-{
-    QByteArray method;
-    QByteArray path;                          // decoded, without what follows a "?"
-    QHash<QByteArray, QByteArrayList> fields; // by their names in lower case
-    QString address; // who asks; behind a trusted proxy, whom the proxy names
-    QElapsedTimer timer;
-    bool keepsAlive = false;
-    bool expectsLeave = false; // to send its body
-    qint64 bodyBytes = 0;      // as announced
-    QByteArray body;
-    std::shared_ptr<void> context; // the application's own
-
-    // All values of that name, whatever its case, separated by commas.
-    QByteArray field(const char* name) const
-    {
-        return fields.value(QByteArray(name).toLower()).join(',');
-    }
-};
-using RequestPtr = std::shared_ptr<Request>;
-
-// What goes back: a body, or a part of an open file.
-struct Reply
-{
-    int status = 200;
-    QByteArray contentType = {};
-    QByteArray body = {};
-    QList<Header> headers = {};
-    std::shared_ptr<QFile> file = {};
-    qint64 offset = 0;
-    qint64 fileBytes = 0;
-};
-// {"error": what the status means}; of 503 also when to try again.
-Reply failure(int status);
 
 struct Answer
 {

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "backend/http/engine.h"
+#include "backend/message/request.h"
 
+#include <optional>
 #include <string>
 
 namespace http {

@@ -1,4 +1,4 @@
-#include "backend/http/head.h"
+#include "backend/message/head.h"
 
 #include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/parser.hpp>

@@ -1,4 +1,4 @@
-#include "backend/http/response.h"
+#include "backend/message/reply.h"
 
 #include <boost/beast/http/status.hpp>
 
