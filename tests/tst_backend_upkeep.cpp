@@ -1,3 +1,6 @@
+#include "backend/base/outcome.h"
+#include "backend/upkeep/janitor.h"
+
 #include "tests/support/backend_process.h"
 
 #include <QDir>
@@ -6,9 +9,12 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <atomic>
+#include <new>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 // What an operator does beside publishing: withdraw, accounts, check.
 class TestBackendUpkeep : public QObject
@@ -27,6 +33,7 @@ private Q_SLOTS:
     void findsDamage();
     void sweepsReplacedFiles();
     void keepsWhatIsReferredTo();
+    void goesOnAfterWhateverIsThrown();
     void refusesDirectoryWithoutData_data();
     void refusesDirectoryWithoutData();
     void refusesRootInDirectoryOfAnother();
@@ -285,6 +292,24 @@ void TestBackendUpkeep::keepsWhatIsReferredTo()
     const auto run = backend.command({u"check"_s});
     QVERIFY2(run.output.contains("All is well: 3 files, 0 unused"), run.output.constData());
     QVERIFY2(!backend.output().contains("error"), backend.output().constData());
+}
+
+void TestBackendUpkeep::goesOnAfterWhateverIsThrown()
+{
+    std::atomic<int> turns = 0;
+    const Janitor janitor(
+        [&turns] {
+            switch (++turns) {
+            case 1:
+                throw std::bad_alloc();
+            case 2:
+                throw std::runtime_error("no");
+            case 3:
+                throw Busy(u"in a moment"_s);
+            }
+        },
+        1ms);
+    QTRY_VERIFY(turns > 3);
 }
 
 void TestBackendUpkeep::refusesDirectoryWithoutData_data()

@@ -9,19 +9,19 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+int statusOf(const std::exception& error)
+{
+    const bool isMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+    return isMemory || dynamic_cast<const Busy*>(&error) != nullptr ? 503 : 500;
+}
+
 void run(http::Answer& answer, const Lane::Work& work)
 {
     try {
         work();
-    } catch (const std::bad_alloc&) {
-        logging::error(u"out of memory while answering a request"_s);
-        answer.give(http::failure(503));
-    } catch (const Busy& fault) {
-        logging::error(fault.text());
-        answer.give(http::failure(503));
     } catch (const std::exception& error) {
-        logging::error(QString::fromUtf8(error.what()));
-        answer.give(http::failure(500));
+        logging::error(error);
+        answer.give(http::failure(statusOf(error)));
     }
 }
 
@@ -67,7 +67,12 @@ void Lane::serve()
         const auto [answer, work] = std::move(m_waiting.front());
         m_waiting.pop_front();
         lock.unlock();
-        if (!answer->abandoned)
-            ::run(*answer, work);
+        try {
+            if (!answer->abandoned)
+                ::run(*answer, work);
+        } catch (const std::exception& error) {
+            // No memory even for that answer: the engine gives one when the time is over.
+            logging::error(error);
+        }
     }
 }

@@ -8,6 +8,7 @@
 #include <QJsonObject>
 
 #include <fcntl.h>
+#include <string_view>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -55,6 +56,16 @@ void request(const Request& request)
 void error(const QString& text)
 {
     write(STDERR_FILENO, {{u"event"_s, u"error"_s}, {u"text"_s, text}});
+}
+
+void error(const std::exception& error) noexcept
+{
+    try {
+        logging::error(QString::fromUtf8(error.what()));
+    } catch (const std::exception&) {
+        constexpr std::string_view line = "{\"event\":\"error\",\"text\":\"out of memory\"}\n";
+        [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
+    }
 }
 
 } // namespace logging

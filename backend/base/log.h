@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include <exception>
+
 // One JSON object per line, with the time in UTC: errors on standard error, requests where
 // openAccessLog() says. Tokens, passwords and bodies never get here: requests are logged by their
 // path, without what follows a "?".
@@ -23,5 +25,7 @@ struct Request
 void openAccessLog(const QString& path);
 void request(const Request& request);
 void error(const QString& text);
+// Also when there is no memory to say it in: what ends in a log must not end the server.
+void error(const std::exception& error) noexcept;
 
 } // namespace logging

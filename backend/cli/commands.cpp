@@ -57,6 +57,8 @@ int run(const QStringList& words)
         return dispatch(words);
     } catch (const Fault& fault) {
         return command::fail(fault.text());
+    } catch (const std::exception& error) {
+        return command::fail(QString::fromUtf8(error.what()));
     }
 }
 

@@ -16,6 +16,7 @@
 #include "backend/data/health.h"
 #include "backend/looks/appearance.h"
 #include "backend/upkeep/janitor.h"
+#include "backend/upkeep/sweep.h"
 
 #include <malloc.h>
 #include <sys/resource.h>
@@ -104,7 +105,7 @@ int serve(ServeOptions options)
         data, options.filesOrigin.isEmpty() ? options.publicOrigin : options.filesOrigin,
         options.filesOrigin);
     HttpApplication application(services.router(), options.bodies);
-    const Janitor janitor(data.database(), data.store());
+    const Janitor janitor([&data] { sweep::run(data.database(), data.store()); });
     signals.onStop([&engine] { engine->stop(); });
     command::print(u"Listening on "_s + origin);
     engine->run(application);

@@ -30,6 +30,8 @@ StopSignals::StopSignals()
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     // A client that hangs up is an error of one write, not the end of the program.
     signal(SIGPIPE, SIG_IGN);
+    // So is a file that has become too large for a limit of the system.
+    signal(SIGXFSZ, SIG_IGN);
 }
 
 StopSignals::~StopSignals()

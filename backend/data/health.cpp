@@ -28,7 +28,7 @@ bool Health::isGood()
         m_changed.notify_all();
     }
     // Counted from the question, so that many who ask do not wait one after the other.
-    m_changed.wait_until(lock, m_asked + 75ms, [this] { return !m_asking; });
+    m_changed.wait_until(lock, m_asked + 40ms, [this] { return !m_asking; });
     return m_good && !(m_asking && Clock::now() > m_asked + 2s);
 }
 
@@ -45,7 +45,7 @@ void Health::work()
             m_database.value(u"SELECT revision FROM catalogue"_s);
             good = true;
         } catch (const std::exception& error) {
-            logging::error(QString::fromUtf8(error.what()));
+            logging::error(error);
         }
         lock.lock();
         m_good = good;

@@ -1,13 +1,9 @@
 #include "backend/upkeep/janitor.h"
 
 #include "backend/base/log.h"
-#include "backend/base/outcome.h"
-#include "backend/upkeep/sweep.h"
 
-using namespace std::chrono_literals;
-
-Janitor::Janitor(Database& database, const Store& store)
-    : m_database(database), m_store(store), m_thread([this] { work(); })
+Janitor::Janitor(std::function<void()> task, std::chrono::milliseconds pause)
+    : m_task(std::move(task)), m_pause(pause), m_thread([this] { work(); })
 {
 }
 
@@ -27,11 +23,11 @@ void Janitor::work()
     while (!m_ending) {
         lock.unlock();
         try {
-            sweep::run(m_database, m_store);
-        } catch (const Fault& fault) {
-            logging::error(fault.text());
+            m_task();
+        } catch (const std::exception& error) {
+            logging::error(error);
         }
         lock.lock();
-        m_changed.wait_for(lock, 1h, [this] { return m_ending; });
+        m_changed.wait_for(lock, m_pause, [this] { return m_ending; });
     }
 }
