@@ -29,17 +29,18 @@ namespace {
 class Services
 {
 public:
-    Services(DataDirectory& data, const QString& fileOrigin, const QString& filesOrigin)
-        : m_accounts(data.database(), m_passwords)
+    Services(Database& database, const Store& store, const QString& fileOrigin,
+             const QString& filesOrigin)
+        : m_accounts(database, m_passwords)
         , m_guard(m_accounts)
-        , m_catalogue(data.database(), fileOrigin)
-        , m_appearance(data.database(), data.store())
-        , m_health(data.database())
+        , m_catalogue(database, fileOrigin)
+        , m_appearance(database, store)
+        , m_health(database)
         , m_router([this](const QByteArray& token) { return m_accounts.byToken(token); })
     {
         account_api::addRoutes(m_router, m_accounts, m_guard);
-        catalogue_api::addRoutes(m_router, m_catalogue, data.store(), filesOrigin);
-        look_api::addRoutes(m_router, m_appearance, data.store());
+        catalogue_api::addRoutes(m_router, m_catalogue, store, filesOrigin);
+        look_api::addRoutes(m_router, m_appearance, store);
         status_api::addRoutes(m_router, m_health);
     }
     const Router& router() const { return m_router; }
@@ -101,9 +102,12 @@ int serve(ServeOptions options)
         options.publicOrigin = origin;
 
     DataDirectory data(options.data);
-    const Services services(
-        data, options.filesOrigin.isEmpty() ? options.publicOrigin : options.filesOrigin,
-        options.filesOrigin);
+    // The sweep may take its time with the other one.
+    Database database(data.database().location(), Patience::Client);
+    const Services services(database, data.store(),
+                            options.filesOrigin.isEmpty() ? options.publicOrigin
+                                                          : options.filesOrigin,
+                            options.filesOrigin);
     HttpApplication application(services.router(), options.bodies);
     const Janitor janitor([&data] { sweep::run(data.database(), data.store()); });
     signals.onStop([&engine] { engine->stop(); });

@@ -2,12 +2,16 @@
 
 #include "backend/base/outcome.h"
 
+#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlRecord>
 #include <QThread>
 #include <QUrl>
 
+#include <dlfcn.h>
+
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -44,18 +48,46 @@ QString connectionName(const Database* database)
 
 [[noreturn]] void raise(const QSqlError& error)
 {
-    // SQLite's BUSY and LOCKED; PostgreSQL's lock_not_available.
-    static const QStringList busy{u"5"_s, u"6"_s, u"261"_s, u"517"_s, u"55P03"_s};
+    // SQLite's BUSY and LOCKED; PostgreSQL's lock_not_available, query_canceled, deadlock_detected.
+    static const QStringList busy{u"5"_s,     u"6"_s,     u"261"_s,  u"517"_s,
+                                  u"55P03"_s, u"57014"_s, u"40P01"_s};
     const QString text = u"database: "_s + error.text().simplified();
     if (busy.contains(error.nativeErrorCode()))
         throw Busy(text);
     throw Fault(text);
 }
 
+// Whether PostgreSQL said so itself, and not that it goes: a server that was restarted leaves a
+// dead connection behind.
+bool isOfLivingServer(const QSqlError& error)
+{
+    const QString code = error.nativeErrorCode();
+    return !code.isEmpty() && !code.startsWith("57P"_L1) && !code.startsWith("08"_L1);
+}
+
+// Qt's driver does not tell the socket, libpq does. The driver has loaded it already.
+int socketOf(const QSqlDatabase& connection)
+{
+    using Ask = int (*)(const void* connection);
+    static const auto ask = [] {
+        void* const library = ::dlopen("libpq.so.5", RTLD_LAZY);
+        return library ? reinterpret_cast<Ask>(::dlsym(library, "PQsocket")) : nullptr;
+    }();
+    // Qt documents the one name of the type and gives the other.
+    const QVariant handle = connection.driver()->handle();
+    const QByteArray type = handle.typeName();
+    if (!ask || (type != "PGconn*" && type != "pg_conn*"))
+        throw Fault(u"the database driver has no libpq connection"_s);
+    return ask(*static_cast<const void* const*>(handle.constData()));
+}
+
 } // namespace
 
-Database::Database(QString location)
-    : m_location(std::move(location)), m_postgres(m_location.startsWith("postgresql://"_L1))
+Database::Database(QString location, Patience patience)
+    : m_location(std::move(location))
+    , m_postgres(m_location.startsWith("postgresql://"_L1))
+    , m_patience(patience)
+    , m_watchdog(7s)
 {
 }
 
@@ -77,6 +109,11 @@ QSqlDatabase Database::connection()
     return connection;
 }
 
+bool Database::isConnected() const
+{
+    return QSqlDatabase::database(connectionName(this), false).isOpen();
+}
+
 void Database::open(QSqlDatabase& connection) const
 {
     if (m_postgres) {
@@ -86,19 +123,22 @@ void Database::open(QSqlDatabase& connection) const
         connection.setDatabaseName(url.path().mid(1));
         connection.setUserName(url.userName(QUrl::FullyDecoded));
         connection.setPassword(url.password(QUrl::FullyDecoded));
-        connection.setConnectOptions(u"connect_timeout=5"_s);
+        connection.setConnectOptions(u"connect_timeout=5;keepalives_idle=30"_s);
     } else {
         connection.setDatabaseName(m_location);
     }
-    if (!connection.open())
+    if (!connection.open() && m_postgres)
+        throw Busy(u"database: "_s + connection.lastError().text().simplified());
+    if (!connection.isOpen())
         raise(connection.lastError());
     // FULL, because an answered registration must survive a power cut, not only a crash.
     static const QStringList forSqlite{
         u"PRAGMA busy_timeout = 5000"_s, u"PRAGMA journal_mode = WAL"_s,
         u"PRAGMA synchronous = FULL"_s, u"PRAGMA foreign_keys = ON"_s};
     // It would tell on standard error that a table exists already.
-    static const QStringList forPostgres{u"SET client_min_messages = warning"_s,
-                                         u"SET lock_timeout = 5000"_s};
+    QStringList forPostgres{u"SET client_min_messages = warning"_s, u"SET lock_timeout = 5000"_s};
+    if (m_patience == Patience::Client)
+        forPostgres.append(u"SET statement_timeout = 5000"_s);
     for (const QString& statement : m_postgres ? forPostgres : forSqlite) {
         QSqlQuery query(connection);
         if (!query.exec(statement))
@@ -110,32 +150,42 @@ QSqlQuery Database::run(const QString& sql, const QVariantList& values)
 {
     QSqlDatabase held = connection();
     QSqlQuery query(held);
-    query.setForwardOnly(true);
-    // PostgreSQL prepares neither BEGIN nor what makes tables.
-    if (values.isEmpty()) {
-        if (!query.exec(sql))
-            fail(held, query);
-        return query;
+    // PostgreSQL's driver would wait for every row anew, outside of the watch.
+    query.setForwardOnly(!m_postgres);
+    bool isAlive = true;
+    {
+        std::optional<Watchdog::Watch> watch;
+        if (m_postgres && m_patience == Patience::Client)
+            watch.emplace(m_watchdog, socketOf(held));
+        if (execute(query, sql, values))
+            return query;
+        isAlive = !m_postgres || isOfLivingServer(query.lastError());
     }
+    fail(held, query.lastError(), isAlive);
+}
+
+bool Database::execute(QSqlQuery& query, const QString& sql, const QVariantList& values)
+{
+    // PostgreSQL prepares neither BEGIN nor what makes tables.
+    if (values.isEmpty())
+        return query.exec(sql);
     if (!query.prepare(sql))
-        fail(held, query);
+        return false;
     // A text that was never set is stored as the empty text, not as NULL.
     for (const QVariant& value : values) {
         const bool unset = value.typeId() == QMetaType::QString && value.toString().isNull();
         query.addBindValue(unset ? QVariant(u""_s) : value);
     }
-    if (!query.exec())
-        fail(held, query);
-    return query;
+    return query.exec();
 }
 
-void Database::fail(QSqlDatabase& held, const QSqlQuery& query) const
+void Database::fail(QSqlDatabase& held, const QSqlError& error, bool isAlive)
 {
-    const QSqlError error = query.lastError();
-    // A server that was restarted leaves a dead connection behind; the next use opens a new one.
-    if (m_postgres && !QSqlQuery(held).exec(u"SELECT 1"_s))
-        held.close();
-    raise(error);
+    if (isAlive)
+        raise(error);
+    // The next use opens a new one.
+    held.close();
+    throw Busy(u"the database is lost: "_s + error.text().simplified());
 }
 
 QVariantList Database::row(const QString& sql, const QVariantList& values)
@@ -152,6 +202,12 @@ QVariantList Database::row(const QString& sql, const QVariantList& values)
 QVariant Database::value(const QString& sql, const QVariantList& values)
 {
     return row(sql, values).value(0);
+}
+
+void Database::lockRow(const QString& table, const QString& key, const QString& value)
+{
+    if (m_postgres)
+        run(u"SELECT 1 FROM %1 WHERE %2 = ? FOR UPDATE"_s.arg(table, key), {value});
 }
 
 int Database::schemaVersion()
@@ -191,13 +247,18 @@ Transaction::Transaction(Database& database) : m_database(database)
 
 Transaction::~Transaction()
 {
-    if (!m_open)
-        return;
     try {
-        m_database.run(u"ROLLBACK"_s);
+        rollback();
     } catch (const Fault&) {
         // The connection is gone, and the transaction with it.
     }
+}
+
+void Transaction::rollback()
+{
+    // Without its connection the transaction is gone already.
+    if (std::exchange(m_open, false) && m_database.isConnected())
+        m_database.run(u"ROLLBACK"_s);
 }
 
 void Transaction::commit()

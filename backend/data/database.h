@@ -1,6 +1,10 @@
 #pragma once
 
+#include "backend/data/patience.h"
+#include "backend/data/watchdog.h"
+
 #include <QSqlDatabase>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QString>
 #include <QStringList>
@@ -8,12 +12,14 @@
 
 // The relational half of the data directory: accounts, sessions and what is published. Each thread
 // works on a connection of its own, opened when it first asks and closed when the thread ends.
-// Every operation throws Fault when the database cannot do it.
+// Every operation throws Fault when the database cannot do it, and Busy when it may in a moment:
+// somebody held a lock for five seconds, or PostgreSQL does not answer. With a client's patience no
+// statement takes longer than seven seconds there; one that takes five is cancelled.
 class Database
 {
 public:
     // `location` is the path of an SQLite file, or a postgresql:// address.
-    explicit Database(QString location);
+    explicit Database(QString location, Patience patience = Patience::Endless);
     ~Database();
     Q_DISABLE_COPY_MOVE(Database)
 
@@ -29,18 +35,27 @@ public:
     // The first column of the first row, or an invalid value when there is no row.
     QVariant value(const QString& sql, const QVariantList& values = {});
 
+    // Within a Transaction: until it ends, others who ask for that row wait. SQLite lets one
+    // transaction write at a time anyway.
+    void lockRow(const QString& table, const QString& key, const QString& value);
+
     bool isPostgres() const { return m_postgres; }
+    const QString& location() const { return m_location; }
 
 private:
     friend class Transaction;
 
     QSqlDatabase connection();
+    bool isConnected() const;
     void open(QSqlDatabase& connection) const;
-    [[noreturn]] void fail(QSqlDatabase& held, const QSqlQuery& query) const;
+    static bool execute(QSqlQuery& query, const QString& sql, const QVariantList& values);
+    [[noreturn]] static void fail(QSqlDatabase& held, const QSqlError& error, bool isAlive);
     int schemaVersion();
 
     QString m_location;
     bool m_postgres = false;
+    Patience m_patience;
+    Watchdog m_watchdog;
 };
 
 // A write transaction of the calling thread. Rolls back unless commit() was reached.
@@ -52,6 +67,8 @@ public:
     Q_DISABLE_COPY_MOVE(Transaction)
 
     void commit();
+    // What the destructor does otherwise.
+    void rollback();
 
 private:
     Database& m_database;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "backend/data/patience.h"
+
 #include <QtGlobal>
 
 class Store;
@@ -7,15 +9,13 @@ class Store;
 // Keeps the sweep of unused files away from files that are being published, also between
 // processes: who adds a file holds it Shared from before the file is written until the database
 // refers to it; the sweep holds it Alone.
+// Belongs to the thread that made it. Throws Fault when the lock's file cannot be opened.
 class StoreLock
 {
 public:
     enum class Mode { Shared, Alone };
 
-    // Client: throws Busy when it takes longer than a client can wait.
-    enum class Patience { Endless, Client };
-
-    // Waits until it can be had.
+    // Waits until it can be had; with a client's patience five seconds, then throws Busy.
     explicit StoreLock(const Store& store, Mode mode, Patience patience = Patience::Endless);
     ~StoreLock();
     Q_DISABLE_COPY_MOVE(StoreLock)

@@ -7,7 +7,7 @@ using namespace Qt::StringLiterals;
 
 void Appearance::set(const Look& look, const QString& account, const QByteArray& content)
 {
-    const StoreLock lock(m_store, StoreLock::Mode::Shared, StoreLock::Patience::Client);
+    const StoreLock lock(m_store, StoreLock::Mode::Shared, Patience::Client);
     const StoredFile file = m_store.add(content);
     Transaction transaction(m_database);
     Store::note(m_database, file);
