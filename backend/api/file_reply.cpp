@@ -49,7 +49,10 @@ Outcome<Reply> make(const Call& call, const Store& store, const QByteArray& sha2
         reply.status = 304;
         return reply;
     }
-    if (!file->open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+    const bool isOpen = file->open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    if (!isOpen && !file->exists())
+        return none();
+    if (!isOpen)
         throw Fault(u"cannot read %1: %2"_s.arg(file->fileName(), file->errorString()));
     reply.file = file;
     narrow(reply, call, etag);

@@ -20,13 +20,20 @@ bool isUuid(const QByteArray& text)
 Outcome<Reply> download(const Look& look, Appearance& appearance, const Store& store,
                         const Call& call, const QByteArray& uuid)
 {
-    const auto sha256 =
-        isUuid(uuid) ? appearance.find(look, QString::fromLatin1(uuid)) : std::nullopt;
-    if (!sha256)
-        return Refusal{404, u"No %1 is uploaded."_s.arg(look.name)};
-    return file_reply::make(call, store, *sha256,
-                            {.contentType = QByteArray(look.contentType.data()),
-                             .headers = {{"Cache-Control", "no-cache"}}});
+    const auto find = [&] {
+        return isUuid(uuid) ? appearance.find(look, QString::fromLatin1(uuid)) : std::nullopt;
+    };
+    for (auto sha256 = find(); sha256;) {
+        auto reply = file_reply::make(call, store, *sha256,
+                                      {.contentType = QByteArray(look.contentType.data()),
+                                       .headers = {{"Cache-Control", "no-cache"}}});
+        // It may have been replaced, and gone, in between.
+        auto current = reply ? sha256 : find();
+        if (current == sha256)
+            return reply;
+        sha256 = std::move(current);
+    }
+    return Refusal{404, u"No %1 is uploaded."_s.arg(look.name)};
 }
 
 Outcome<Reply> upload(const Look& look, Appearance& appearance, const Call& call)

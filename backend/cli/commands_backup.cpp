@@ -2,6 +2,7 @@
 #include "backend/cli/commands.h"
 #include "backend/cli/progress_bar.h"
 #include "backend/data/data_directory.h"
+#include "backend/data/removal_lock.h"
 #include "backend/data/store_lock.h"
 
 #include <QDir>
@@ -53,10 +54,11 @@ void dumpPostgres(const QString& database, const QString& file)
 }
 
 // Copies it all into a directory; how many files it had. The database first: every file that its
-// copy knows is there, and the lock lets it stay while we look.
+// copy knows is there, and the locks let it stay while we look.
 int copyAll(DataDirectory& data, const DataLocation& from, const QString& directory)
 {
     const StoreLock lock(data.store(), StoreLock::Mode::Shared);
+    const auto kept = RemovalLock::toKeepAll(data.store());
     const Store copy(directory);
     if (data.database().isPostgres()) {
         dumpPostgres(from.database, directory + "/database.dump"_L1);

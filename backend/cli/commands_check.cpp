@@ -2,6 +2,7 @@
 #include "backend/cli/commands.h"
 #include "backend/cli/progress_bar.h"
 #include "backend/data/data_directory.h"
+#include "backend/data/removal_lock.h"
 #include "backend/data/store_lock.h"
 #include "backend/upkeep/checker.h"
 
@@ -17,8 +18,9 @@ int check(const QStringList& words)
     if (const auto over = options.parse(words))
         return *over;
     DataDirectory data(options.dataLocation());
-    // So that the sweep does not take a file from under the check.
+    // So that neither the sweep nor an upload takes a file from under the check.
     const StoreLock lock(data.store(), StoreLock::Mode::Shared);
+    const auto kept = RemovalLock::toKeepAll(data.store());
     Checker::Report report;
     {
         ProgressBar bar(u"Checking"_s);

@@ -3,6 +3,7 @@
 #include "backend/base/digest.h"
 #include "backend/base/outcome.h"
 #include "backend/data/database.h"
+#include "backend/data/removal_lock.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -86,6 +87,8 @@ StoredFile Store::add(QIODevice& source, const Progress& progress) const
         throw diskFault(scratch.file.fileName());
     scratch.file.close();
     stored.sha256 = digest.hex();
+    // Before it lies there: an equal file may be about to go.
+    stored.lock = RemovalLock::toAdd(*this, stored.sha256);
     publish(scratch.file.fileName(), stored.sha256);
     return stored;
 }

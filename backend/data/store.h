@@ -4,14 +4,18 @@
 #include <QString>
 
 #include <functional>
+#include <memory>
 
 class Database;
 class QIODevice;
+class RemovalLock;
 
 struct StoredFile
 {
     QByteArray sha256;
     qint64 size = 0;
+    // Of a file that was just added: nobody removes it while this lives.
+    std::shared_ptr<const RemovalLock> lock = {};
 };
 
 // The files of the data directory, each under its own SHA-256: files/ab/ab12... A file is written
@@ -28,6 +32,8 @@ public:
     // Whether a store was created there already.
     static bool isAt(const QString& directory);
 
+    // The caller holds StoreLock Shared from before, and what comes back until the database refers
+    // to it.
     StoredFile add(QIODevice& source, const Progress& progress = {}) const;
     StoredFile add(const QByteArray& content) const;
 
@@ -39,8 +45,9 @@ public:
     static QString addressOf(const QByteArray& sha256);
     // The digests of all files that lie there.
     QList<QByteArray> list() const;
-    // What StoreLock locks.
+    // What StoreLock locks, and what RemovalLock does.
     QString lockPath() const { return m_directory + QStringLiteral("/store.lock"); }
+    QString removalLockPath() const { return m_directory + QStringLiteral("/removal.lock"); }
     // Removes scratch files that a crash left; only while nobody else writes.
     void clearTemporary() const;
     // A name for a scratch file on the store's own disk.

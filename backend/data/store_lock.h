@@ -8,7 +8,7 @@ class Store;
 
 // Keeps the sweep of unused files away from files that are being published, also between
 // processes: who adds a file holds it Shared from before the file is written until the database
-// refers to it; the sweep holds it Alone.
+// refers to it; the sweep holds it Alone. What goes without waiting for the sweep is RemovalLock's.
 // Belongs to the thread that made it. Throws Fault when the lock's file cannot be opened.
 class StoreLock
 {

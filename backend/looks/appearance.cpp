@@ -1,19 +1,53 @@
 #include "backend/looks/appearance.h"
 
+#include "backend/base/log.h"
 #include "backend/data/database.h"
 #include "backend/data/store_lock.h"
+#include "backend/data/unused_files.h"
 
 using namespace Qt::StringLiterals;
 
 void Appearance::set(const Look& look, const QString& account, const QByteArray& content)
 {
     const StoreLock lock(m_store, StoreLock::Mode::Shared, Patience::Client);
-    const StoredFile file = m_store.add(content);
+    StoredFile file = m_store.add(content);
+    QByteArray unused;
+    try {
+        unused = replace(look, account, file);
+    } catch (const std::exception&) {
+        // What PostgreSQL was asked to commit before it was lost may be committed yet.
+        file.lock.reset();
+        if (!m_database.isPostgres())
+            removeUnused(file.sha256);
+        throw;
+    }
+    // Others may be waiting for it while we wait for theirs.
+    file.lock.reset();
+    if (!unused.isEmpty() && unused != file.sha256)
+        removeUnused(unused);
+}
+
+// The digest of what it was before; empty when it was nothing.
+QByteArray Appearance::replace(const Look& look, const QString& account, const StoredFile& file)
+{
     Transaction transaction(m_database);
+    m_database.lockRow(u"accounts"_s, u"uuid"_s, account);
+    const auto before = find(look, account);
     Store::note(m_database, file);
     m_database.run(u"UPDATE accounts SET %1 = ? WHERE uuid = ?"_s.arg(look.name),
                    {QString::fromLatin1(file.sha256), account});
     transaction.commit();
+    return before.value_or(QByteArray());
+}
+
+// The upload has its answer, whatever comes of this: what stays is the sweep's.
+void Appearance::removeUnused(const QByteArray& sha256)
+{
+    try {
+        unused_files::remove(m_database, m_store, sha256);
+    } catch (const std::exception& error) {
+        logging::error(error);
+    }
 }
 
 std::optional<QByteArray> Appearance::find(const Look& look, const QString& account)

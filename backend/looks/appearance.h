@@ -7,19 +7,26 @@
 
 class Database;
 
-// What a player's character looks like: one file of the store for each kind of look. Thread-safe.
-// Throws Fault when disk or database refuse, Busy when they are held for too long.
+// What a player's character looks like: one file of the store for each kind of look. One that is
+// replaced goes at once, unless something else refers to an equal one: no account has more on the
+// disk than it shows. Thread-safe. Throws Fault when disk or database refuse, Busy when they are
+// held for too long.
 class Appearance
 {
 public:
     Appearance(Database& database, const Store& store) : m_database(database), m_store(store) {}
 
-    // `content` as the look accepted it.
+    // `content` as the look accepted it. Throws when nothing was changed; nothing is left then
+    // either, unless PostgreSQL was lost meanwhile.
     void set(const Look& look, const QString& account, const QByteArray& content);
-    // The digest of an account's file, or nothing: no such account, or none uploaded.
+    // The digest of an account's file, or nothing: no such account, or none uploaded. The file may
+    // be replaced, and gone, at any time after that.
     std::optional<QByteArray> find(const Look& look, const QString& account);
 
 private:
+    QByteArray replace(const Look& look, const QString& account, const StoredFile& file);
+    void removeUnused(const QByteArray& sha256);
+
     Database& m_database;
     const Store& m_store;
 };

@@ -4,6 +4,7 @@
 #include "backend/data/database.h"
 #include "backend/data/store.h"
 #include "backend/data/store_lock.h"
+#include "backend/data/unused_files.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -20,16 +21,6 @@ int sweepSessions(Database& database)
     return database.run(u"DELETE FROM sessions WHERE last_used <= ?"_s, {oldest}).numRowsAffected();
 }
 
-void forgetUnusedFiles(Database& database)
-{
-    database.run(u"DELETE FROM files WHERE"
-                 " NOT EXISTS (SELECT 1 FROM accounts WHERE skin = files.sha256)"
-                 " AND NOT EXISTS (SELECT 1 FROM accounts WHERE model = files.sha256)"
-                 " AND NOT EXISTS (SELECT 1 FROM versions WHERE file = files.sha256)"
-                 " AND NOT EXISTS (SELECT 1 FROM launchers WHERE file = files.sha256)"
-                 " AND NOT EXISTS (SELECT 1 FROM runtimes WHERE file = files.sha256)"_s);
-}
-
 } // namespace
 
 namespace sweep {
@@ -40,7 +31,7 @@ Swept run(Database& database, const Store& store)
     swept.sessions = sweepSessions(database);
     // Nobody is between writing a file and referring to it while this is held.
     const StoreLock lock(store, StoreLock::Mode::Alone);
-    forgetUnusedFiles(database);
+    unused_files::forgetAll(database);
     QSet<QByteArray> known;
     QSqlQuery rows = database.run(u"SELECT sha256 FROM files"_s);
     while (rows.next())
