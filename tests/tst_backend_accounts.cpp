@@ -188,8 +188,8 @@ void TestBackendAccounts::renamesWithoutEndingSessions()
     QCOMPARE(validate(token).json().value(u"username"_s).toString(), u"After"_s);
     QCOMPARE(login(u"Before"_s).status, 401);
     QCOMPARE(uuidOf(login(u"After"_s)), uuidOf(created));
-    // The old name is free again, and only the case of a name may change.
-    QCOMPARE(enroll(u"Before"_s).status, 200);
+    // The old name is nobody else's yet, and only the case of a name may change.
+    QCOMPARE(enroll(u"Before"_s).status, 409);
     QCOMPARE(
         raw_http::postJson(m_backend.port(), "/auth/rename", {{u"username"_s, u"AFTER"_s}}, token)
             .status,

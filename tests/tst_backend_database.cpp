@@ -1,6 +1,7 @@
 #include "backend/data/database.h"
 
 #include "backend/base/outcome.h"
+#include "backend/data/schema.h"
 #include "tests/support/backend_process.h"
 
 #include <QTest>
@@ -16,6 +17,8 @@ private Q_SLOTS:
     void takesTheMissingStepsOnly();
     void keepsTheOlderTablesWhenAStepFails();
     void refusesNewerDatabase();
+    void bringsUpDatabaseOfEveryStep_data();
+    void bringsUpDatabaseOfEveryStep();
 };
 
 namespace {
@@ -86,6 +89,51 @@ void TestBackendDatabase::refusesNewerDatabase()
         QCOMPARE(run.exitCode, 1);
         QVERIFY2(run.errors.contains("written by a newer version"), run.errors.constData());
     }
+}
+
+void TestBackendDatabase::bringsUpDatabaseOfEveryStep_data()
+{
+    QTest::addColumn<int>("steps");
+    for (int i = 1; i <= schema::migrations().size(); ++i)
+        QTest::addRow("%d", i) << i;
+}
+
+// Accounts, sessions and what they refer to are as they were, and the server works with them.
+void TestBackendDatabase::bringsUpDatabaseOfEveryStep()
+{
+    QFETCH(int, steps);
+    BackendProcess backend;
+    {
+        Database database(backend.databaseLocation());
+        database.migrate(schema::migrations().first(steps));
+        QCOMPARE(versionOf(database), steps);
+        database.run(
+            u"INSERT INTO accounts (uuid, name, name_key, password_hash, created)"
+            " VALUES ('00000000-0000-0000-0000-000000000001', 'Veteran', 'veteran', '', 7)"_s);
+        // SHA-256 of "token".
+        database.run(u"INSERT INTO sessions (token_hash, account, last_used) VALUES"
+                     " ('3c469e9d6c5875d37a43f353d4f88e61fcf812c66eee3457465a40b0da4153e0',"
+                     " '00000000-0000-0000-0000-000000000001', 4000000000)"_s);
+        database.run(u"INSERT INTO news (position, title, date, body) VALUES (1, 'Old', '', '')"_s);
+    }
+    QVERIFY2(backend.start(), backend.output().constData());
+    const auto bearer = raw_http::bearer("token");
+    const RawReply valid = raw_http::get(backend.port(), "/auth/validate", {bearer});
+    QCOMPARE(valid.json()[u"username"_s].toString(), u"Veteran"_s);
+    QVERIFY(raw_http::get(backend.port(), "/manifest.json").body.contains("Old"));
+    QCOMPARE(raw_http::post(backend.port(), "/models/upload", "application/json",
+                            R"({"elements":[{"box_uv":true,"from":[0,0,0],"to":[1,1,1]}]})",
+                            {bearer})
+                 .status,
+             200);
+    QCOMPARE(
+        raw_http::postJson(backend.port(), "/auth/rename", {{u"username"_s, u"Elder"_s}}, "token")
+            .status,
+        200);
+    Database database(backend.databaseLocation());
+    QCOMPARE(versionOf(database), int(schema::migrations().size()));
+    QCOMPARE(database.value(u"SELECT COUNT(*) FROM spendings"_s).toInt(), 2);
+    QCOMPARE(database.value(u"SELECT name_key FROM former_names"_s).toString(), u"veteran"_s);
 }
 
 QTEST_GUILESS_MAIN(TestBackendDatabase)

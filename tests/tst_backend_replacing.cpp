@@ -46,7 +46,8 @@ private:
     bool isWell(int count);
 
     std::unique_ptr<BackendProcess> m_backend;
-const QStringList m_unlimited;
+    const QStringList m_unlimited{u"--max-account-uploads"_s, u"0"_s,
+                                  u"--max-account-upload-volume"_s, u"0"_s};
 };
 
 namespace {

@@ -1,3 +1,4 @@
+#include "backend/accounts/hourly_count.h"
 #include "backend/accounts/throttle.h"
 
 #include "tests/support/backend_process.h"
@@ -18,6 +19,8 @@ private Q_SLOTS:
     void forgivesAndForgets();
     void keepsNamesApart();
     void boundsItsMemory();
+    void countsWithinAnHour();
+    void boundsMemoryOfHourlyCount();
     void answersTooManyFailures();
     void countsUnknownNamesAlike();
     void believesTrustedProxyOnly();
@@ -111,6 +114,46 @@ void TestBackendThrottle::boundsItsMemory()
     for (int i = 0; i < 120'000; ++i)
         throttle.tryNow(QString::number(i));
     QVERIFY(throttle.size() <= 50'000);
+}
+
+void TestBackendThrottle::countsWithinAnHour()
+{
+    Clock clock;
+    HourlyCount count(2, [&clock] { return clock.now(); });
+    QCOMPARE(count.tryNow(u"a"_s), 0);
+    clock.pass(600s);
+    QCOMPARE(count.tryNow(u"a"_s), 0);
+    QCOMPARE(count.tryNow(u"a"_s), 3000);
+    QCOMPARE(count.tryNow(u"b"_s), 0);
+    // What came to nothing makes room.
+    count.forgive(u"a"_s);
+    QCOMPARE(count.tryNow(u"a"_s), 0);
+    clock.pass(2999s);
+    QCOMPARE(count.tryNow(u"a"_s), 1);
+    clock.pass(1s);
+    QCOMPARE(count.tryNow(u"a"_s), 0);
+    QCOMPARE(count.tryNow(u"a"_s), 0);
+    QCOMPARE(count.tryNow(u"a"_s), 3600);
+    // Forgiving what is forgotten already does no harm.
+    count.forgive(u"nobody"_s);
+    QCOMPARE(HourlyCount(0).tryNow(u"a"_s), 0);
+}
+
+void TestBackendThrottle::boundsMemoryOfHourlyCount()
+{
+    Clock clock;
+    HourlyCount count(2, [&clock] { return clock.now(); });
+    QCOMPARE(count.tryNow(u"full"_s) + count.tryNow(u"full"_s), 0);
+    for (int i = 0; i < 60'000; ++i)
+        count.tryNow(QString::number(i));
+    QVERIFY(count.size() <= 50'000);
+    // Those that have had all of theirs are the last to be forgotten.
+    QVERIFY(count.tryNow(u"full"_s) > 0);
+    for (int i = 0; i < 120'000; ++i) {
+        count.tryNow(QString::number(i));
+        count.tryNow(QString::number(i));
+    }
+    QVERIFY(count.size() <= 50'000);
 }
 
 void TestBackendThrottle::answersTooManyFailures()

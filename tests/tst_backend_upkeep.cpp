@@ -1,8 +1,11 @@
 #include "backend/base/outcome.h"
+#include "backend/data/data_directory.h"
 #include "backend/upkeep/janitor.h"
+#include "backend/upkeep/sweep.h"
 
 #include "tests/support/backend_process.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QDirIterator>
 #include <QJsonArray>
@@ -33,6 +36,7 @@ private Q_SLOTS:
     void findsDamage();
     void sweepsReplacedFiles();
     void keepsWhatIsReferredTo();
+    void sweepsWhatCountsNoMore();
     void goesOnAfterWhateverIsThrown();
     void refusesDirectoryWithoutData_data();
     void refusesDirectoryWithoutData();
@@ -292,6 +296,32 @@ void TestBackendUpkeep::keepsWhatIsReferredTo()
     const auto run = backend.command({u"check"_s});
     QVERIFY2(run.output.contains("All is well: 3 files, 0 unused"), run.output.constData());
     QVERIFY2(!backend.output().contains("error"), backend.output().constData());
+}
+
+void TestBackendUpkeep::sweepsWhatCountsNoMore()
+{
+    const BackendProcess place;
+    DataDirectory data(
+        {place.data(), BackendProcess::isOnPostgres() ? place.databaseLocation() : QString()});
+    Database& database = data.database();
+    database.run(u"INSERT INTO accounts (uuid, name, name_key, password_hash, created)"
+                 " VALUES ('u', 'Name', 'name', '', 0)"_s);
+    constexpr qint64 day = 24LL * 60 * 60;
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    for (const qint64 ago : {day + 1, day - 60, -day + 60, -day - 60})
+        database.run(u"INSERT INTO spendings (account, what, spent_at, amount)"
+                     " VALUES ('u', 'uploads', ?, 1)"_s,
+                     {now - ago});
+    for (const qint64 ago : {30 * day + 1, 30 * day - 60, -1000 * day})
+        database.run(u"INSERT INTO former_names (name_key, account, since) VALUES (?, 'u', ?)"_s,
+                     {QString::number(ago), now - ago});
+    sweep::run(database, data.store());
+    QCOMPARE(database.value(u"SELECT COUNT(*) FROM spendings"_s).toInt(), 2);
+    QCOMPARE(database.value(u"SELECT COUNT(*) FROM former_names"_s).toInt(), 2);
+    // They go with their account.
+    database.run(u"DELETE FROM accounts"_s);
+    QCOMPARE(database.value(u"SELECT COUNT(*) FROM spendings"_s).toInt(), 0);
+    QCOMPARE(database.value(u"SELECT COUNT(*) FROM former_names"_s).toInt(), 0);
 }
 
 void TestBackendUpkeep::goesOnAfterWhateverIsThrown()

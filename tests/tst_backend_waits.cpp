@@ -191,7 +191,7 @@ void TestBackendWaits::answersFilesWhileOthersWait()
     QFETCH(QString, held);
     if (BackendProcess::isOnPostgres() && held == u"database"_s)
         QSKIP("SQLite alone has one lock for everybody");
-    QVERIFY(m_backend->start());
+    QVERIFY(m_backend->start({u"--max-address-registrations"_s, u"0"_s}));
     const quint16 port = m_backend->port();
     const QByteArray path = publishFile("content");
     const QByteArray token = enroll(u"Uploader"_s);

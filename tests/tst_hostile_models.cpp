@@ -195,7 +195,9 @@ private Q_SLOTS:
         const QByteArray options = qgetenv("ASAN_OPTIONS");
         qputenv("ASAN_OPTIONS", QByteArray(options + ":quarantine_size_mb=1"));
         BackendProcess backend;
-        QVERIFY2(backend.start(), backend.output().constData());
+        QVERIFY2(
+            backend.start({QStringLiteral("--max-account-upload-volume"), QStringLiteral("0")}),
+            backend.output().constData());
         qputenv("ASAN_OPTIONS", options);
         const QByteArray token =
             raw_http::postJson(backend.port(), "/auth/register",

@@ -2,6 +2,7 @@
 
 #include "backend/accounts/passwords.h"
 #include "backend/base/digest.h"
+#include "backend/base/refusals.h"
 #include "backend/data/database.h"
 
 #include <QDateTime>
@@ -23,14 +24,14 @@ qint64 now()
     return QDateTime::currentSecsSinceEpoch();
 }
 
-Refusal tooBusy()
-{
-    return {503, u"The server is busy. Try again in a moment."_s, {}, 1};
-}
-
 Refusal nameTaken()
 {
     return {409, u"That username is taken."_s};
+}
+
+Refusal nameKept()
+{
+    return {409, u"That username is kept for its former owner for a while."_s};
 }
 
 Refusal noSession()
@@ -56,8 +57,11 @@ QString tokenHash(const QByteArray& token)
 
 } // namespace
 
-Accounts::Accounts(Database& database, Passwords& passwords)
-    : m_database(database), m_passwords(passwords)
+Accounts::Accounts(Database& database, Passwords& passwords, Limits limits)
+    : m_database(database)
+    , m_passwords(passwords)
+    , m_limits(limits)
+    , m_renames{.what = u"renames"_s, .seconds = 24LL * 60 * 60, .times = limits.renamesPerDay}
 {
 }
 
@@ -71,9 +75,11 @@ Outcome<Session> Accounts::registerAccount(const QString& name, const QString& p
     const QString taken = u"SELECT uuid FROM accounts WHERE name_key = ?"_s;
     if (m_database.value(taken, {key}).isValid())
         return nameTaken();
+    if (const auto refusal = refusalOfTaking(key, {}))
+        return *refusal;
     const auto hash = m_passwords.hash(password.toUtf8());
     if (!hash)
-        return tooBusy();
+        return refusals::tooBusy();
 
     const Account account{QUuid::createUuid().toString(QUuid::WithoutBraces), name};
     Transaction transaction(m_database);
@@ -84,6 +90,9 @@ Outcome<Session> Accounts::registerAccount(const QString& name, const QString& p
                        {account.uuid, name, key, QString::fromLatin1(*hash), now()});
     if (inserted.numRowsAffected() != 1)
         return nameTaken();
+    // Its owner may have given it up in between: only now can nobody do so any more.
+    if (const auto refusal = refusalOfTaking(key, account.uuid))
+        return *refusal;
     Session session = startSession(account);
     transaction.commit();
     return session;
@@ -99,16 +108,28 @@ Outcome<Session> Accounts::login(const QString& name, const QString& password)
     const auto verified = found.isEmpty() ? m_passwords.verifyNobody(given)
                                           : m_passwords.verify(found[2].toByteArray(), given);
     if (!verified)
-        return tooBusy();
+        return refusals::tooBusy();
     if (!*verified)
         return Refusal{401, u"Wrong username or password."_s};
     if (found[3].toBool())
         return Refusal{403, u"This account is disabled."_s};
-    return startSession({found[0].toString(), found[1].toString()});
+    Transaction transaction(m_database);
+    Session session = startSession({found[0].toString(), found[1].toString()});
+    transaction.commit();
+    return session;
 }
 
+// Within a transaction.
 Session Accounts::startSession(const Account& account)
 {
+    if (m_limits.sessions > 0) {
+        m_database.lockRow(u"accounts"_s, u"uuid"_s, account.uuid);
+        // The new one is not among them: a clock that was put back would make it the oldest.
+        m_database.run(u"DELETE FROM sessions WHERE account = ? AND token_hash NOT IN"
+                       " (SELECT token_hash FROM sessions WHERE account = ?"
+                       " ORDER BY last_used DESC LIMIT ?)"_s,
+                       {account.uuid, account.uuid, m_limits.sessions - 1});
+    }
     QByteArray random(32, '\0');
     randombytes_buf(random.data(), static_cast<size_t>(random.size()));
     const QByteArray token = random.toHex();
@@ -154,16 +175,44 @@ Outcome<Account> Accounts::rename(const Account& account, const QString& newName
     };
     if (isTaken())
         return nameTaken();
+    Transaction transaction(m_database);
+    if (const int seconds = m_renames.spend(m_database, account.uuid, 1); seconds > 0)
+        return refusals::tooMany(u"changes of the username"_s, seconds);
+    m_database.lockRow(u"accounts"_s, u"uuid"_s, account.uuid);
+    const QString oldKey =
+        m_database.value(u"SELECT name_key FROM accounts WHERE uuid = ?"_s, {account.uuid})
+            .toString();
     try {
         m_database.run(u"UPDATE accounts SET name = ?, name_key = ? WHERE uuid = ?"_s,
                        {newName, key, account.uuid});
+    } catch (const Busy&) {
+        throw;
     } catch (const Fault&) {
         // Somebody else may have been faster in between; then the uniqueness of names has spoken.
+        transaction.rollback();
         if (isTaken())
             return nameTaken();
         throw;
     }
+    if (const auto refusal = refusalOfTaking(key, account.uuid))
+        return *refusal;
+    m_database.run(u"DELETE FROM former_names WHERE name_key = ?"_s, {key});
+    if (oldKey != key)
+        m_database.run(u"INSERT INTO former_names (name_key, account, since) VALUES (?, ?, ?)"
+                       " ON CONFLICT (name_key) DO UPDATE SET account = excluded.account,"
+                       " since = excluded.since"_s,
+                       {oldKey, account.uuid, now()});
+    transaction.commit();
     return Account{account.uuid, newName};
+}
+
+// A clock that was put back keeps a name for longer; one that is wrong for a moment frees none.
+std::optional<Refusal> Accounts::refusalOfTaking(const QString& key, const QString& account)
+{
+    const QVariant kept = m_database.value(
+        u"SELECT 1 FROM former_names WHERE name_key = ? AND account <> ? AND since > ?"_s,
+        {key, account, now() - nameSeconds});
+    return kept.isValid() ? std::optional(nameKept()) : std::nullopt;
 }
 
 std::optional<Refusal> Accounts::refusalOfPassword(const QString& password)

@@ -1,8 +1,7 @@
 #include "backend/accounts/login_guard.h"
 
 #include "backend/base/network_address.h"
-
-#include <algorithm>
+#include "backend/base/refusals.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -11,11 +10,7 @@ namespace {
 
 Refusal tooManyFailures(int seconds)
 {
-    const QString when = seconds == 1   ? u"1 second"_s
-                         : seconds < 60 ? u"%1 seconds"_s.arg(seconds)
-                         : seconds < 90 ? u"1 minute"_s
-                                        : u"%1 minutes"_s.arg((seconds + 30) / 60);
-    return {429, u"Too many failed logins. Try again in %1."_s.arg(when), {}, seconds};
+    return refusals::tooMany(u"failed logins"_s, seconds);
 }
 
 } // namespace

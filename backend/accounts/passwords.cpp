@@ -8,6 +8,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr int patienceMs = 5000;
+
 QByteArray hashNow(const QByteArray& password)
 {
     QByteArray hash(crypto_pwhash_STRBYTES, '\0');
@@ -27,8 +29,11 @@ public:
     explicit Slot(Passwords& passwords)
         : m_passwords(passwords), m_admitted(passwords.m_admitted.tryAcquire())
     {
-        if (m_admitted)
-            m_passwords.m_running.acquire();
+        if (!m_admitted)
+            return;
+        m_admitted = m_passwords.m_running.tryAcquire(1, patienceMs);
+        if (!m_admitted)
+            m_passwords.m_admitted.release();
     }
     ~Slot()
     {

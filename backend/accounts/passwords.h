@@ -13,7 +13,8 @@ class Passwords
 public:
     explicit Passwords(int waitingAtMost = 8);
 
-    // Nothing when too many are waiting already.
+    // Nothing when too many are waiting already, or no place is free within five seconds. Throws
+    // Fault when there is no memory for it.
     std::optional<QByteArray> hash(const QByteArray& password);
     std::optional<bool> verify(const QByteArray& hash, const QByteArray& password);
     // Takes as long as verify() and is never true: for a name that nobody has.

@@ -2,6 +2,7 @@
 
 #include "backend/accounts/accounts.h"
 #include "backend/accounts/login_guard.h"
+#include "backend/accounts/registration_guard.h"
 #include "backend/api/router.h"
 
 #include <QJsonDocument>
@@ -46,12 +47,12 @@ Reply accountReply(const Account& account)
     return reply::json({{u"uuid"_s, account.uuid}, {u"username"_s, account.name}});
 }
 
-Outcome<Reply> registerAccount(Accounts& accounts, const Call& call)
+Outcome<Reply> registerAccount(RegistrationGuard& guard, const Call& call)
 {
     const auto texts = textsOf(call.body, {u"username"_s, u"password"_s});
     if (!texts)
         return texts.refusal();
-    return sessionReply(accounts.registerAccount(texts->at(0), texts->at(1)));
+    return sessionReply(guard.registerAccount(texts->at(0), texts->at(1), call.address));
 }
 
 Outcome<Reply> login(LoginGuard& guard, const Call& call)
@@ -85,17 +86,19 @@ Outcome<Reply> logout(Accounts& accounts, const Call& call)
 
 namespace account_api {
 
-void addRoutes(Router& router, Accounts& accounts, LoginGuard& guard)
+void addRoutes(Router& router, Accounts& accounts, RegistrationGuard& registration,
+               LoginGuard& guard)
 {
     const QByteArray json = "application/json";
-    router.add(
-        {.method = "POST",
-         .pattern = "/auth/register",
-         .handler = [&accounts](const Call& call,
-                                const QByteArray&) { return registerAccount(accounts, call); },
-         .work = Work::Registration,
-         .bodyType = json,
-         .bodyLimit = bodyLimit});
+    router.add({.method = "POST",
+                .pattern = "/auth/register",
+                .handler =
+                    [&registration](const Call& call, const QByteArray&) {
+                        return registerAccount(registration, call);
+                    },
+                .work = Work::Registration,
+                .bodyType = json,
+                .bodyLimit = bodyLimit});
     router.add(
         {.method = "POST",
          .pattern = "/auth/login",

@@ -38,6 +38,8 @@ Outcome<Reply> download(const Look& look, Appearance& appearance, const Store& s
 
 Outcome<Reply> upload(const Look& look, Appearance& appearance, const Call& call)
 {
+    if (const auto admitted = appearance.admit(call.account.uuid, call.body.size()); !admitted)
+        return admitted.refusal();
     const auto accepted = look.accept(call.body);
     if (!accepted)
         return accepted.refusal();

@@ -23,8 +23,9 @@ Reply refused(const Refusal& refusal)
         object.insert(u"reasons"_s, QJsonArray::fromStringList(refusal.reasons));
     Reply reply = json(object);
     reply.status = refusal.status;
-    if (refusal.retryAfterSeconds > 0)
-        reply.headers.emplaceBack("Retry-After", QByteArray::number(refusal.retryAfterSeconds));
+    if (refusal.status == 429 || refusal.status == 503)
+        reply.headers.emplaceBack("Retry-After",
+                                  QByteArray::number(std::max(refusal.retryAfterSeconds, 1)));
     if (refusal.status == 401)
         reply.headers.emplaceBack("WWW-Authenticate", "Bearer");
     return reply;

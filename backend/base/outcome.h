@@ -14,7 +14,7 @@ struct Refusal
     int status = 400;
     QString error;
     QStringList reasons = {};
-    int retryAfterSeconds = 0;
+    int retryAfterSeconds = 0; // of 429 and 503, which a client is always told: 1 at least
 };
 
 // Nothing to hand back but that it worked.

@@ -1,5 +1,6 @@
 #include "backend/accounts/login_guard.h"
 #include "backend/accounts/passwords.h"
+#include "backend/accounts/registration_guard.h"
 #include "backend/api/account_api.h"
 #include "backend/api/catalogue_api.h"
 #include "backend/api/http_application.h"
@@ -25,21 +26,22 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Everything that answers, over one data.
+// Everything that answers, over one data directory.
 class Services
 {
 public:
-    Services(Database& database, const Store& store, const QString& fileOrigin,
-             const QString& filesOrigin)
-        : m_accounts(database, m_passwords)
+    Services(Database& database, const Store& store, const ServeOptions& options)
+        : m_accounts(database, m_passwords, options.accounts)
+        , m_registration(m_accounts, options.registrationsOfAddress)
         , m_guard(m_accounts)
-        , m_catalogue(database, fileOrigin)
-        , m_appearance(database, store)
+        , m_catalogue(database,
+                      options.filesOrigin.isEmpty() ? options.publicOrigin : options.filesOrigin)
+        , m_appearance(database, store, options.uploads)
         , m_health(database)
         , m_router([this](const QByteArray& token) { return m_accounts.byToken(token); })
     {
-        account_api::addRoutes(m_router, m_accounts, m_guard);
-        catalogue_api::addRoutes(m_router, m_catalogue, store, filesOrigin);
+        account_api::addRoutes(m_router, m_accounts, m_registration, m_guard);
+        catalogue_api::addRoutes(m_router, m_catalogue, store, options.filesOrigin);
         look_api::addRoutes(m_router, m_appearance, store);
         status_api::addRoutes(m_router, m_health);
     }
@@ -48,6 +50,7 @@ public:
 private:
     Passwords m_passwords;
     Accounts m_accounts;
+    RegistrationGuard m_registration;
     LoginGuard m_guard;
     Catalogue m_catalogue;
     Appearance m_appearance;
@@ -104,10 +107,7 @@ int serve(ServeOptions options)
     DataDirectory data(options.data);
     // The sweep may take its time with the other one.
     Database database(data.database().location(), Patience::Client);
-    const Services services(database, data.store(),
-                            options.filesOrigin.isEmpty() ? options.publicOrigin
-                                                          : options.filesOrigin,
-                            options.filesOrigin);
+    const Services services(database, data.store(), options);
     HttpApplication application(services.router(), options.bodies);
     const Janitor janitor([&data] { sweep::run(data.database(), data.store()); });
     signals.onStop([&engine] { engine->stop(); });

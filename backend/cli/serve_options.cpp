@@ -39,6 +39,24 @@ void describe(command::Options& options)
                 u"32"_s);
     options.add(u"max-account-body-memory"_s, u"MiB of them that one account may fill."_s, number,
                 u"4"_s);
+    options.add(u"max-account-uploads"_s,
+                u"Skins and models that one account may upload in an hour (0: any number)."_s,
+                number, u"60"_s);
+    options.add(u"max-account-upload-volume"_s,
+                u"MiB after which an account's uploads of an hour are over (0: never)."_s, number,
+                u"32"_s);
+    options.add(
+        u"max-account-sessions"_s,
+        u"Sessions of one account; one more ends the one that was used least lately (0: any "
+        "number)."_s,
+        number, u"20"_s);
+    options.add(u"max-account-renames"_s,
+                u"How often an account may change its name in a day (0: any number)."_s, number,
+                u"5"_s);
+    options.add(u"max-address-registrations"_s,
+                u"Accounts that one address may register in an hour (IPv6: one network; 0: any "
+                "number)."_s,
+                number, u"20"_s);
     options.add(u"stall-seconds"_s,
                 u"How long a client may take for each 64 KiB of an answer; for an upload, half "
                 "as long."_s,
@@ -74,22 +92,39 @@ bool parseOrigin(QString text, QString& parsed)
            (url.isValid() && web && !url.host().isEmpty() && !url.hasQuery() && !url.hasFragment());
 }
 
-// Reads a number above 0; hands back what is wrong, or nothing.
+// Reads a number from `least` on; hands back what is wrong, or nothing.
 template <typename Number>
 QString parseNumber(const command::Options& options, const QString& name, Number& parsed,
-                    Number unit)
+                    Number unit, int least = 1)
 {
     bool isNumber = false;
     const int number = options.value(name).toInt(&isNumber);
-    if (!isNumber || number < 1 || number > 1'000'000)
-        return u"--%1 must be a number between 1 and 1000000."_s.arg(name);
+    if (!isNumber || number < least || number > 1'000'000)
+        return u"--%1 must be a number between %2 and 1000000."_s.arg(name).arg(least);
     parsed = static_cast<Number>(number * unit);
     return {};
 }
 
+constexpr qint64 mebibyte = 1024 * 1024;
+
+// What accounts and addresses may do within some time; 0 is no limit.
+QString parseBudgets(const command::Options& options, ServeOptions& parsed)
+{
+    QString wrong;
+    const auto next = [&](const QString& name, auto& field, auto unit) {
+        if (wrong.isEmpty())
+            wrong = parseNumber(options, name, field, unit, 0);
+    };
+    next(u"max-account-uploads"_s, parsed.uploads.uploads, 1);
+    next(u"max-account-upload-volume"_s, parsed.uploads.bytes, mebibyte);
+    next(u"max-account-sessions"_s, parsed.accounts.sessions, 1);
+    next(u"max-account-renames"_s, parsed.accounts.renamesPerDay, 1);
+    next(u"max-address-registrations"_s, parsed.registrationsOfAddress, 1);
+    return wrong;
+}
+
 QString parseLimits(const command::Options& options, ServeOptions& parsed)
 {
-    constexpr qint64 mebibyte = 1024 * 1024;
     http::Options& network = parsed.network;
     QString wrong = parseNumber(options, u"max-connections"_s, network.connections, size_t(1));
     const auto next = [&](const QString& name, auto& field, auto unit) {
@@ -106,7 +141,7 @@ QString parseLimits(const command::Options& options, ServeOptions& parsed)
     network.transfer = std::chrono::seconds(stall);
     network.body = network.transfer / 2;
     network.application = std::chrono::seconds(answer);
-    return wrong;
+    return wrong.isEmpty() ? parseBudgets(options, parsed) : wrong;
 }
 
 // What is wrong with the options, or nothing.

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "backend/accounts/accounts.h"
 #include "backend/api/body_budget.h"
 #include "backend/data/data_directory.h"
 #include "backend/http/engine.h"
+#include "backend/looks/appearance.h"
 
 #include <QString>
 #include <QStringList>
@@ -15,6 +17,9 @@ struct ServeOptions
     DataLocation data;
     http::Options network;
     BodyBudget::Limits bodies;
+    Accounts::Limits accounts;
+    Appearance::Limits uploads;
+    int registrationsOfAddress = 20; // by the hour
     // Without a last slash; empty when not given.
     QString publicOrigin;
     QString filesOrigin;

@@ -47,7 +47,25 @@ QList<QStringList> migrations()
         u"CREATE TABLE catalogue (revision BIGINT NOT NULL)"_s,
         u"INSERT INTO catalogue (revision) VALUES (0)"_s,
     };
-    return {first};
+    const QStringList second = {
+        // What an account did of what it may do so often within some time: see Allowance.
+        u"CREATE TABLE spendings ("
+        " account TEXT NOT NULL REFERENCES accounts(uuid) ON DELETE CASCADE,"
+        " what TEXT NOT NULL,"
+        " spent_at BIGINT NOT NULL,"
+        " amount BIGINT NOT NULL)"_s,
+        u"CREATE INDEX spendings_by_account ON spendings(account, what, spent_at)"_s,
+        // Names that accounts gave up, and since when.
+        u"CREATE TABLE former_names ("
+        " name_key TEXT PRIMARY KEY,"
+        " account TEXT NOT NULL REFERENCES accounts(uuid) ON DELETE CASCADE,"
+        " since BIGINT NOT NULL)"_s,
+        // Whether something refers to a file is asked at every upload.
+        u"CREATE INDEX accounts_by_skin ON accounts(skin)"_s,
+        u"CREATE INDEX accounts_by_model ON accounts(model)"_s,
+        u"CREATE INDEX versions_by_file ON versions(file)"_s,
+    };
+    return {first, second};
 }
 
 } // namespace schema

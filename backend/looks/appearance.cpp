@@ -1,11 +1,31 @@
 #include "backend/looks/appearance.h"
 
 #include "backend/base/log.h"
+#include "backend/base/refusals.h"
 #include "backend/data/database.h"
 #include "backend/data/store_lock.h"
 #include "backend/data/unused_files.h"
 
 using namespace Qt::StringLiterals;
+
+Appearance::Appearance(Database& database, const Store& store, Limits limits)
+    : m_database(database)
+    , m_store(store)
+    , m_uploads{.what = u"uploads"_s,
+                .seconds = 60LL * 60,
+                .times = limits.uploads,
+                .amount = limits.bytes}
+{
+}
+
+Outcome<Done> Appearance::admit(const QString& account, qint64 bytes)
+{
+    Transaction transaction(m_database);
+    if (const int seconds = m_uploads.spend(m_database, account, bytes); seconds > 0)
+        return refusals::tooMany(u"uploads"_s, seconds);
+    transaction.commit();
+    return Done();
+}
 
 void Appearance::set(const Look& look, const QString& account, const QByteArray& content)
 {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "backend/base/outcome.h"
+#include "backend/data/allowance.h"
 #include "backend/data/store.h"
 #include "backend/looks/look.h"
 
@@ -14,8 +16,16 @@ class Database;
 class Appearance
 {
 public:
-    Appearance(Database& database, const Store& store) : m_database(database), m_store(store) {}
+    // Of one account, by the hour. 0: as much as it likes.
+    struct Limits
+    {
+        int uploads = 60;
+        qint64 bytes = 32LL * 1024 * 1024; // as they are sent
+    };
+    Appearance(Database& database, const Store& store, Limits limits);
 
+    // Counts an upload before it is looked at, as looking costs most.
+    Outcome<Done> admit(const QString& account, qint64 bytes);
     // `content` as the look accepted it. Throws when nothing was changed; nothing is left then
     // either, unless PostgreSQL was lost meanwhile.
     void set(const Look& look, const QString& account, const QByteArray& content);
@@ -29,4 +39,5 @@ private:
 
     Database& m_database;
     const Store& m_store;
+    const Allowance m_uploads;
 };

@@ -59,7 +59,7 @@ QString shownName(const QJsonObject& element, qsizetype index)
                           : u"element %1 (%2)"_s.arg(index + 1).arg(name);
 }
 
-void addFaultsOfElements(const QJsonArray& elements, Reasons& reasons)
+void addReasonsOfElements(const QJsonArray& elements, Reasons& reasons)
 {
     qsizetype index = 0;
     for (const auto& value : elements) {
@@ -99,7 +99,7 @@ Outcome<QByteArray> accept(const QByteArray& upload)
         reasons.add([&] { return imported.refusal; });
     if (imported.hasLeftBoxesOut)
         reasons.add([] { return u"the model draws more boxes than the launcher can show"_s; });
-    addFaultsOfElements(document[u"elements"].toArray(), reasons);
+    addReasonsOfElements(document[u"elements"].toArray(), reasons);
     if (!reasons.isEmpty())
         return reasons.refusal();
     // Some numbers are longer when they are written again.

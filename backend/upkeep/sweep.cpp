@@ -1,6 +1,7 @@
 #include "backend/upkeep/sweep.h"
 
 #include "backend/accounts/accounts.h"
+#include "backend/data/allowance.h"
 #include "backend/data/database.h"
 #include "backend/data/store.h"
 #include "backend/data/store_lock.h"
@@ -21,6 +22,12 @@ int sweepSessions(Database& database)
     return database.run(u"DELETE FROM sessions WHERE last_used <= ?"_s, {oldest}).numRowsAffected();
 }
 
+void sweepFormerNames(Database& database)
+{
+    const qint64 oldest = QDateTime::currentSecsSinceEpoch() - Accounts::nameSeconds;
+    database.run(u"DELETE FROM former_names WHERE since <= ?"_s, {oldest});
+}
+
 } // namespace
 
 namespace sweep {
@@ -29,6 +36,8 @@ Swept run(Database& database, const Store& store)
 {
     Swept swept;
     swept.sessions = sweepSessions(database);
+    sweepFormerNames(database);
+    Allowance::sweep(database);
     // Nobody is between writing a file and referring to it while this is held.
     const StoreLock lock(store, StoreLock::Mode::Alone);
     unused_files::forgetAll(database);
