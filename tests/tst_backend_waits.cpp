@@ -196,6 +196,22 @@ void TestBackendWaits::answersFilesWhileOthersWait()
     const QByteArray path = publishFile("content");
     const QByteArray token = enroll(u"Uploader"_s);
     QVERIFY(!path.isEmpty() && !token.isEmpty());
+    qint64 longest = 0;
+    const auto ask = [&](const QByteArray& request) {
+        QElapsedTimer timer;
+        timer.start();
+        const int status = raw_http::send(port, request).status;
+        longest = std::max(longest, timer.elapsed());
+        return status;
+    };
+    const auto askForBoth = [&] {
+        return ask(health) == 200 && ask("GET " + path + " HTTP/1.1\r\nHost: x\r\n\r\n") == 200;
+    };
+    // What they take while nothing hangs, on this machine now.
+    for (int i = 0; i < 20; ++i)
+        QVERIFY(askForBoth());
+    const qint64 limit = std::max<qint64>(100, 5 * std::exchange(longest, 0));
+
     std::unique_ptr<WriteLock> database;
     std::unique_ptr<FileLock> store;
     if (held == u"database"_s) {
@@ -213,14 +229,9 @@ void TestBackendWaits::answersFilesWhileOthersWait()
         else
             waiting.back()->send(register_(i));
     }
-    QElapsedTimer timer;
-    timer.start();
-    for (int i = 0; i < 10; ++i) {
-        QCOMPARE(raw_http::send(port, health).status, 200);
-        QCOMPARE(raw_http::get(port, path).status, 200);
-    }
-    // A tenth of a second each, and as much again for a busy machine; who waits, waits for seconds.
-    QVERIFY2(timer.elapsed() < 4000, QByteArray::number(timer.elapsed()).constData());
+    for (int i = 0; i < 20; ++i)
+        QVERIFY(askForBoth());
+    QVERIFY2(longest <= limit, QByteArray::number(longest).constData());
     // Nobody waits for ever, and everybody is told when to come again.
     for (const auto& one : waiting) {
         const QByteArray got = one->readUntil("}", 1, 20000);
