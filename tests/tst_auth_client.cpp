@@ -208,7 +208,8 @@ private Q_SLOTS:
         QCOMPARE(result.constFirst().constFirst().toBool(), valid);
         const HttpRequest& request = m_server->requests().constFirst();
         QCOMPARE(request.method, QByteArray("GET"));
-        QCOMPARE(request.header("Authorization"), header);
+        // Blanks at its end are no part of a field's value, and newer Qt does not send them.
+        QCOMPARE(request.header("Authorization").trimmed(), header.trimmed());
         QVERIFY(request.body.isEmpty());
     }
 

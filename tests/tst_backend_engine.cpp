@@ -36,29 +36,29 @@ private Q_SLOTS:
 
 private:
     class Application;
-    void start(const http::Options& options);
+    void start(const server::Options& options);
     QByteArray ask(const QByteArray& path, const QByteArray& fields = {});
 
-    std::unique_ptr<http::Engine> m_engine;
+    std::unique_ptr<server::Engine> m_engine;
     std::unique_ptr<Application> m_application;
     std::thread m_thread;
     quint16 m_port = 0;
 };
 
-class TestBackendEngine::Application : public http::Application
+class TestBackendEngine::Application : public server::Application
 {
 public:
-    void judge(const http::RequestPtr& request, const http::AnswerPtr& answer) override
+    void judge(const server::RequestPtr& request, const server::AnswerPtr& answer) override
     {
         if (request->path == "/judge/memory")
             throw std::bad_alloc();
         if (request->path == "/refused")
-            return answer->give(http::failure(413));
+            return answer->give(server::failure(413));
         if (request->path == "/huge")
             request->bodyBytes = std::numeric_limits<qint64>::max() / 2;
         answer->give({});
     }
-    void answer(const http::RequestPtr& request, const http::AnswerPtr& answer) override
+    void answer(const server::RequestPtr& request, const server::AnswerPtr& answer) override
     {
         if (request->path == "/answer/memory")
             throw std::bad_alloc();
@@ -77,16 +77,16 @@ public:
             if (request->path == "/lane/sleep")
                 std::this_thread::sleep_for(1500ms);
             answer->give(
-                http::Reply{.body = "body of " + QByteArray::number(request->body.size())});
+                server::Reply{.body = "body of " + QByteArray::number(request->body.size())});
         });
     }
     std::atomic<int> done = 0;
     Lane lane{1, 5};
 };
 
-void TestBackendEngine::start(const http::Options& options)
+void TestBackendEngine::start(const server::Options& options)
 {
-    m_engine = http::Engine::make(options);
+    m_engine = server::Engine::make(options);
     m_port = static_cast<quint16>(m_engine->port());
     m_thread = std::thread([this] { m_engine->run(*m_application); });
 }

@@ -558,7 +558,8 @@ private Q_SLOTS:
         http::setBearerToken(request, QStringLiteral("t k"));
         QCOMPARE(request.rawHeader("Authorization"), QByteArray("Bearer t k"));
         http::setBearerToken(request, QString());
-        QCOMPARE(request.rawHeader("Authorization"), QByteArray("Bearer "));
+        // Blanks at its end are no part of a field's value, and newer Qt drops them.
+        QCOMPARE(request.rawHeader("Authorization").trimmed(), QByteArray("Bearer"));
     }
 
     void writesNoHeadersThatATokenHolds_data()
@@ -587,7 +588,8 @@ private Q_SLOTS:
                    }});
         QTRY_VERIFY(answered);
         QCOMPARE(m_server.requests().size(), 1);
-        QCOMPARE(m_server.requests().first().header("Authorization"), QByteArray("Bearer "));
+        QCOMPARE(m_server.requests().first().header("Authorization").trimmed(),
+                 QByteArray("Bearer"));
         QVERIFY(m_server.requests().first().header("X-Own").isNull());
     }
 

@@ -14,7 +14,7 @@ struct HttpApplication::Job
 
 namespace {
 
-Call callOf(const http::Request& request)
+Call callOf(const server::Request& request)
 {
     Call call;
     call.method = request.method == "HEAD" ? QByteArray("GET") : request.method;
@@ -60,7 +60,7 @@ Lane& HttpApplication::laneOf(Work work)
     Q_UNREACHABLE();
 }
 
-void HttpApplication::judge(const http::RequestPtr& request, const http::AnswerPtr& answer)
+void HttpApplication::judge(const server::RequestPtr& request, const server::AnswerPtr& answer)
 {
     const auto job = std::make_shared<Job>();
     job->call = callOf(*request);
@@ -80,8 +80,8 @@ void HttpApplication::judge(const http::RequestPtr& request, const http::AnswerP
 }
 
 // Of a call whose session is known, where one is needed.
-void HttpApplication::admit(const std::shared_ptr<Job>& job, const http::RequestPtr& request,
-                            const http::AnswerPtr& answer)
+void HttpApplication::admit(const std::shared_ptr<Job>& job, const server::RequestPtr& request,
+                            const server::AnswerPtr& answer)
 {
     const Route& route = *job->match.route;
     if (const auto refusal = Router::refusalOfBody(route, job->call))
@@ -89,7 +89,7 @@ void HttpApplication::admit(const std::shared_ptr<Job>& job, const http::Request
     if (job->call.bodyBytes > 0) {
         job->share = m_bodies.take(job->call.account.uuid, job->call.bodyBytes);
         if (!job->share)
-            return answer->give(http::failure(503));
+            return answer->give(server::failure(503));
         request->context = job;
         return answer->give({});
     }
@@ -99,14 +99,14 @@ void HttpApplication::admit(const std::shared_ptr<Job>& job, const http::Request
     work(job, answer);
 }
 
-void HttpApplication::answer(const http::RequestPtr& request, const http::AnswerPtr& answer)
+void HttpApplication::answer(const server::RequestPtr& request, const server::AnswerPtr& answer)
 {
     const auto job = std::static_pointer_cast<Job>(request->context);
     job->call.body = std::move(request->body);
     work(job, answer);
 }
 
-void HttpApplication::work(const std::shared_ptr<Job>& job, const http::AnswerPtr& answer)
+void HttpApplication::work(const std::shared_ptr<Job>& job, const server::AnswerPtr& answer)
 {
     laneOf(job->match.route->work).run(answer, [this, job, answer] {
         give(*answer, *job, job->run());
@@ -114,7 +114,7 @@ void HttpApplication::work(const std::shared_ptr<Job>& job, const http::AnswerPt
 }
 
 // Where every refusal becomes a reply.
-void HttpApplication::give(http::Answer& answer, const Job& job,
+void HttpApplication::give(server::Answer& answer, const Job& job,
                            const Outcome<Reply>& outcome) const
 {
     if (outcome)

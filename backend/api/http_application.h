@@ -7,21 +7,21 @@
 
 // What the engine serves: the router's operations, each on the lane of its kind of work. Requests
 // that need neither database nor lock nor hash are never behind those that do.
-class HttpApplication : public http::Application
+class HttpApplication : public server::Application
 {
 public:
     HttpApplication(const Router& router, BodyBudget::Limits limits);
 
-    void judge(const http::RequestPtr& request, const http::AnswerPtr& answer) override;
-    void answer(const http::RequestPtr& request, const http::AnswerPtr& answer) override;
+    void judge(const server::RequestPtr& request, const server::AnswerPtr& answer) override;
+    void answer(const server::RequestPtr& request, const server::AnswerPtr& answer) override;
 
 private:
     struct Job;
 
-    void admit(const std::shared_ptr<Job>& job, const http::RequestPtr& request,
-               const http::AnswerPtr& answer);
-    void work(const std::shared_ptr<Job>& job, const http::AnswerPtr& answer);
-    void give(http::Answer& answer, const Job& job, const Outcome<Reply>& outcome) const;
+    void admit(const std::shared_ptr<Job>& job, const server::RequestPtr& request,
+               const server::AnswerPtr& answer);
+    void work(const std::shared_ptr<Job>& job, const server::AnswerPtr& answer);
+    void give(server::Answer& answer, const Job& job, const Outcome<Reply>& outcome) const;
     Lane& laneOf(Work work);
 
     const Router& m_router;

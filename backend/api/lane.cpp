@@ -15,13 +15,13 @@ int statusOf(const std::exception& error)
     return isMemory || dynamic_cast<const Busy*>(&error) != nullptr ? 503 : 500;
 }
 
-void run(http::Answer& answer, const Lane::Work& work)
+void run(server::Answer& answer, const Lane::Work& work)
 {
     try {
         work();
     } catch (const std::exception& error) {
         logging::error(error);
-        answer.give(http::failure(statusOf(error)));
+        answer.give(server::failure(statusOf(error)));
     }
 }
 
@@ -44,7 +44,7 @@ Lane::~Lane()
         thread.join();
 }
 
-void Lane::run(const http::AnswerPtr& answer, Work work)
+void Lane::run(const server::AnswerPtr& answer, Work work)
 {
     {
         const std::lock_guard lock(m_mutex);
@@ -54,7 +54,7 @@ void Lane::run(const http::AnswerPtr& answer, Work work)
             return;
         }
     }
-    answer->give(http::failure(503));
+    answer->give(server::failure(503));
 }
 
 void Lane::serve()

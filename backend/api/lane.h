@@ -23,7 +23,7 @@ public:
     Q_DISABLE_COPY_MOVE(Lane)
 
     // Answers 503 at once when too many are waiting.
-    void run(const http::AnswerPtr& answer, Work work);
+    void run(const server::AnswerPtr& answer, Work work);
 
 private:
     void serve();
@@ -31,7 +31,7 @@ private:
     const size_t m_waitingAtMost;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::deque<std::pair<http::AnswerPtr, Work>> m_waiting;
+    std::deque<std::pair<server::AnswerPtr, Work>> m_waiting;
     bool m_ending = false;
     std::vector<std::thread> m_threads;
 };

@@ -8,7 +8,7 @@
 
 struct Call;
 
-using Reply = http::Reply;
+using Reply = server::Reply;
 
 namespace reply {
 

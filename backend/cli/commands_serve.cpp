@@ -79,9 +79,9 @@ void returnMemory()
 }
 
 // What browsers are told with every answer.
-QList<http::Header> headersOfAll(bool isSecure)
+QList<server::Header> headersOfAll(bool isSecure)
 {
-    QList<http::Header> headers{
+    QList<server::Header> headers{
         {"X-Content-Type-Options", "nosniff"},
         {"Content-Security-Policy", "default-src 'none'; frame-ancestors 'none'"},
         {"Referrer-Policy", "no-referrer"}};
@@ -97,7 +97,7 @@ int serve(ServeOptions options)
     if (!options.accessLog.isEmpty())
         logging::openAccessLog(options.accessLog);
     options.network.headers = headersOfAll(!options.network.key.isEmpty());
-    const auto engine = http::Engine::make(options.network);
+    const auto engine = server::Engine::make(options.network);
     raiseFileLimit(options.network.connections);
     returnMemory();
     const QString origin = options.localOrigin(engine->port());

@@ -125,7 +125,7 @@ QString parseBudgets(const command::Options& options, ServeOptions& parsed)
 
 QString parseLimits(const command::Options& options, ServeOptions& parsed)
 {
-    http::Options& network = parsed.network;
+    server::Options& network = parsed.network;
     QString wrong = parseNumber(options, u"max-connections"_s, network.connections, size_t(1));
     const auto next = [&](const QString& name, auto& field, auto unit) {
         if (wrong.isEmpty())

@@ -15,7 +15,7 @@
 struct ServeOptions
 {
     DataLocation data;
-    http::Options network;
+    server::Options network;
     BodyBudget::Limits bodies;
     Accounts::Limits accounts;
     Appearance::Limits uploads;

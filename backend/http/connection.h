@@ -12,7 +12,7 @@
 
 #include <sys/sendfile.h>
 
-namespace http {
+namespace server {
 
 namespace asio = boost::asio;
 using asio::ip::tcp;
@@ -270,4 +270,4 @@ private:
     bool m_keeps = true;
 };
 
-} // namespace http
+} // namespace server

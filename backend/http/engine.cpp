@@ -5,7 +5,7 @@
 
 #include <map>
 
-namespace http {
+namespace server {
 
 namespace {
 
@@ -151,4 +151,4 @@ std::unique_ptr<Engine> Engine::make(const Options& options)
     return std::make_unique<Listener<asio::ssl::stream<tcp::socket>>>(options);
 }
 
-} // namespace http
+} // namespace server

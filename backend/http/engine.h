@@ -12,7 +12,7 @@
 #include <optional>
 
 // An HTTP/1.1 server that knows nothing of what it serves.
-namespace http {
+namespace server {
 
 struct Answer
 {
@@ -63,4 +63,4 @@ public:
     virtual void stop() = 0;
 };
 
-} // namespace http
+} // namespace server

@@ -57,7 +57,7 @@ int faultOf(const beast::request<beast::empty_body>& read, boost::system::error_
 
 } // namespace
 
-std::optional<int> http::takeHead(std::string& input, Request& request)
+std::optional<int> server::takeHead(std::string& input, Request& request)
 {
     const size_t end = input.find("\r\n\r\n");
     const std::string_view lines = std::string_view(input).substr(0, end);

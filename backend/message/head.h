@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-namespace http {
+namespace server {
 
 // Takes the head at the front of the input into the request, and out of the input. Hands back 0
 // then; the status to refuse it with, which may be certain before all of it is there; or nothing
@@ -13,4 +13,4 @@ namespace http {
 // refused.
 std::optional<int> takeHead(std::string& input, Request& request);
 
-} // namespace http
+} // namespace server

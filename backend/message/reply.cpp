@@ -17,7 +17,7 @@ QByteArray reasonOf(int status)
 
 } // namespace
 
-QByteArray http::headOf(const Reply& reply, const QList<Header>& headers, bool keepsAlive)
+QByteArray server::headOf(const Reply& reply, const QList<Header>& headers, bool keepsAlive)
 {
     const QString now = QLocale::c().toString(QDateTime::currentDateTimeUtc(),
                                               u"ddd, dd MMM yyyy hh:mm:ss 'GMT'"_s);
@@ -34,7 +34,7 @@ QByteArray http::headOf(const Reply& reply, const QList<Header>& headers, bool k
     return head + "\r\n\r\n";
 }
 
-http::Reply http::failure(int status)
+server::Reply server::failure(int status)
 {
     const bool isBusy = status == 503;
     const QByteArray text = isBusy          ? "The server is busy. Try again in a moment."

@@ -7,7 +7,7 @@
 #include <memory>
 #include <utility>
 
-namespace http {
+namespace server {
 
 using Header = std::pair<QByteArray, QByteArray>;
 
@@ -29,4 +29,4 @@ Reply failure(int status);
 // Up to the empty line, with these headers before the reply's own.
 QByteArray headOf(const Reply& reply, const QList<Header>& headers, bool keepsAlive);
 
-} // namespace http
+} // namespace server

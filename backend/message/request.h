@@ -7,7 +7,7 @@
 
 #include <memory>
 
-namespace http {
+namespace server {
 
 // What a client asks: a head, and its body once that has come. Belongs to one thread after the
 // other.
@@ -32,4 +32,4 @@ struct Request
 };
 using RequestPtr = std::shared_ptr<Request>;
 
-} // namespace http
+} // namespace server

@@ -41,9 +41,9 @@ QByteArrayList trimmed(const QByteArray& list)
     return parts;
 }
 
-http::Reply replyTo(const http::Request& request)
+server::Reply replyTo(const server::Request& request)
 {
-    http::Reply reply{.contentType = "text/plain", .body = request.body};
+    server::Reply reply{.contentType = "text/plain", .body = request.body};
     const QByteArray& path = request.path;
     if (path == "/same")
         reply.status = 304;
@@ -68,7 +68,7 @@ EngineWitness::EngineWitness(EngineWire& wire, bool isImpatient)
 }
 
 // The head that the engine took for this request, looked at by other means.
-void EngineWitness::compare(const http::Request& request, const QByteArray& head)
+void EngineWitness::compare(const server::Request& request, const QByteArray& head)
 {
     require(head.size() + 4 <= 16 * 1024 && !head.contains('\0'));
     QByteArrayList lines;
@@ -106,7 +106,7 @@ void EngineWitness::compare(const http::Request& request, const QByteArray& head
     expected.mustClose = isNew && trimmed(fields["connection"].join(',')).contains("close");
 }
 
-void EngineWitness::judge(const http::RequestPtr& request, const http::AnswerPtr& answer)
+void EngineWitness::judge(const server::RequestPtr& request, const server::AnswerPtr& answer)
 {
     require(m_expected.isEmpty() || !m_expected.last().statuses.isEmpty());
     m_expected.append(Expected());
@@ -128,7 +128,7 @@ void EngineWitness::judge(const http::RequestPtr& request, const http::AnswerPtr
     answer->give({});
 }
 
-void EngineWitness::answer(const http::RequestPtr& request, const http::AnswerPtr& answer)
+void EngineWitness::answer(const server::RequestPtr& request, const server::AnswerPtr& answer)
 {
     require(m_expected.last().statuses.isEmpty());
     require(request->body == m_wire.input.mid(m_head - request->bodyBytes, request->bodyBytes));
@@ -155,8 +155,8 @@ void EngineWitness::fail(int status)
     throw std::runtime_error("secret");
 }
 
-void EngineWitness::give(const http::Request& request, const http::AnswerPtr& answer,
-                         http::Reply reply)
+void EngineWitness::give(const server::Request& request, const server::AnswerPtr& answer,
+                         server::Reply reply)
 {
     Expected& expected = m_expected.last();
     reply.headers.emplaceBack("X-Number", QByteArray::number(m_expected.size()));
@@ -239,7 +239,7 @@ EngineWitness::Seen EngineWitness::judgeAnswer(const Expected* expected, qsizety
     const bool isBare = status == 304 || (expected ? expected->isHead : end + 4 == output.size());
     const QByteArray body = output.mid(end + 4, isBare ? 0 : size);
     if (isOwn && !isBare) {
-        const http::Reply& reply = expected->reply;
+        const server::Reply& reply = expected->reply;
         const QByteArray whole =
             reply.file ? fileContent().mid(reply.offset, reply.fileBytes) : reply.body;
         require(size == (reply.file ? reply.fileBytes : reply.body.size()));

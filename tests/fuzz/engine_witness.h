@@ -7,14 +7,14 @@
 
 // The application behind a fuzzed connection: it compares what it is asked with the bytes that
 // arrived, answers in the ways that the path names, and judges the answers in the end. One thread.
-class EngineWitness : public http::Application
+class EngineWitness : public server::Application
 {
 public:
     // Impatient: nobody waits for an answer that is not given at once.
     EngineWitness(EngineWire& wire, bool isImpatient);
 
-    void judge(const http::RequestPtr& request, const http::AnswerPtr& answer) override;
-    void answer(const http::RequestPtr& request, const http::AnswerPtr& answer) override;
+    void judge(const server::RequestPtr& request, const server::AnswerPtr& answer) override;
+    void answer(const server::RequestPtr& request, const server::AnswerPtr& answer) override;
     // Of the connection that has ended: each answer is well-formed, none is missing, none is twice.
     void judgeAnswers() const;
 
@@ -23,7 +23,7 @@ private:
     struct Expected
     {
         QList<int> statuses;
-        http::Reply reply;
+        server::Reply reply;
         bool isHead = false;
         bool mayAskForBody = false;
         bool mustClose = false;
@@ -34,8 +34,8 @@ private:
         bool isLast = false;
         bool isCut = false;
     };
-    void compare(const http::Request& request, const QByteArray& head);
-    void give(const http::Request& request, const http::AnswerPtr& answer, http::Reply reply);
+    void compare(const server::Request& request, const QByteArray& head);
+    void give(const server::Request& request, const server::AnswerPtr& answer, server::Reply reply);
     [[noreturn]] void fail(int status);
     Seen judgeAnswer(const Expected* expected, qsizetype number, qsizetype at) const;
 

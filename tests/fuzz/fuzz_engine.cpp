@@ -25,13 +25,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (hangsUp)
         wire.outputLimit = 37 * static_cast<uint8_t>(input[1]);
     EngineWitness witness(wire, isImpatient);
-    http::Options options;
+    server::Options options;
     // Time passes at once or not at all.
     options.application = isImpatient ? std::chrono::hours(0) : std::chrono::hours(1);
     options.headers = {{"X-Of-All", "yes"}};
     options.trustedProxies = {QStringLiteral("192.0.2.1")};
-    http::Connection<EngineWire::End> connection(QStringLiteral("192.0.2.1"), options, witness,
-                                                 wire);
+    server::Connection<EngineWire::End> connection(QStringLiteral("192.0.2.1"), options, witness,
+                                                   wire);
     bool isOver = false;
     boost::asio::co_spawn(context, connection.serve(), [&isOver](const std::exception_ptr& fault) {
         fuzz::require(!fault);
