@@ -38,8 +38,8 @@ set(system
 list(TRANSFORM system REPLACE "([+.])" "\\\\\\1")
 list(JOIN system "|" system)
 
-# The terms under which the copied libraries are passed on.
-function(install_terms file)
+# The Debian package that brought a file, and what of it is asked for.
+function(package_of file package)
     # A package may know a file of /usr/lib by its old place in /lib.
     string(REGEX REPLACE "^/usr" "" short "${file}")
     execute_process(COMMAND dpkg-query --search "/usr${short}" "${short}"
@@ -47,9 +47,30 @@ function(install_terms file)
     if(NOT owner MATCHES "^([^:]+):")
         message(FATAL_ERROR "no package owns ${file}: its licence is not known")
     endif()
-    set(package ${CMAKE_MATCH_1})
+    set(${package} ${CMAKE_MATCH_1} PARENT_SCOPE)
+endfunction()
+
+# install_terms(<file> <name in the archive>): the terms under which it is passed on, whole, and what
+# it was built from. Debian's own papers refer to texts that each of its systems has.
+set(index)
+set(common /usr/share/common-licenses)
+function(install_terms file name)
+    package_of("${file}" package)
     file(REAL_PATH /usr/share/doc/${package}/copyright terms)
     file(INSTALL "${terms}" DESTINATION "${destination}/licenses" RENAME ${package}.txt)
+    file(READ "${terms}" text)
+    string(REGEX MATCHALL "${common}/[A-Za-z0-9.+-]*[A-Za-z0-9+]" references "${text}")
+    foreach(reference IN LISTS references)
+        file(REAL_PATH "${reference}" whole)
+        cmake_path(GET reference FILENAME reference)
+        file(INSTALL "${whole}" DESTINATION "${destination}/licenses/common-licenses"
+            RENAME "${reference}")
+    endforeach()
+    execute_process(COMMAND dpkg-query --show
+        --showformat "\${Version}, from the source package \${source:Package} \${source:Version}"
+        ${package} OUTPUT_VARIABLE version COMMAND_ERROR_IS_FATAL ANY)
+    list(APPEND index "${name}: ${package} ${version}")
+    set(index "${index}" PARENT_SCOPE)
 endfunction()
 
 set(modules)
@@ -60,7 +81,7 @@ foreach(plugin IN LISTS wanted)
     list(APPEND modules "${plugins}/${plugin}")
     cmake_path(GET plugin PARENT_PATH kind)
     file(INSTALL "${plugins}/${plugin}" DESTINATION "${destination}/plugins/${kind}")
-    install_terms("${plugins}/${plugin}")
+    install_terms("${plugins}/${plugin}" "plugins/${plugin}")
 endforeach()
 
 file(GET_RUNTIME_DEPENDENCIES
@@ -73,5 +94,19 @@ foreach(library IN LISTS libraries)
     cmake_path(GET library FILENAME name)
     file(REAL_PATH "${library}" file)
     file(INSTALL "${file}" DESTINATION "${destination}" RENAME "${name}")
-    install_terms("${file}")
+    install_terms("${file}" "${name}")
 endforeach()
+
+list(SORT index)
+list(JOIN index "\n" index)
+file(WRITE "${destination}/licenses/README.txt"
+"The launcher brings these files of other makers along, as Debian built them. The terms of each are in
+PACKAGE.txt here; what that calls ${common}/NAME is common-licenses/NAME here.
+
+Their sources are Debian's: \"apt-get source PACKAGE=VERSION\" fetches them where Debian is, and
+https://snapshot.debian.org/package/SOURCE-PACKAGE/VERSION/ keeps every version.
+
+FILE: PACKAGE VERSION, from the source package SOURCE-PACKAGE VERSION
+
+${index}
+")
