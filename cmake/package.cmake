@@ -12,7 +12,7 @@ set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_SOURCE_DIR}/cmake/package_options.cmake)
 
 set(CPACK_DEBIAN_PACKAGE_NAME tessellan-backend)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_RELEASE "${debian_release}")
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${TESSELLAN_DEVELOPER} <${TESSELLAN_CONTACT}>")
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "${TESSELLAN_HOMEPAGE}")
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
@@ -21,7 +21,9 @@ set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Keeps the accounts, skins and models of th
 the game, news, builds of the launcher and the Java runtime.
 .
 Installed as a service that listens on the loopback interface, for a reverse
-proxy to stand in front of.")
+proxy to stand in front of.
+.
+Built for ${debian_system}.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # What no library names: who makes the user, and the driver that Qt loads for the database.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "adduser, init-system-helpers (>= 1.52), libqt6sql6-sqlite")
