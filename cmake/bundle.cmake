@@ -1,5 +1,5 @@
 # Runs while installing: copies Qt, its plugins and the libraries they need beside the executable.
-# In: executable, plugins (Qt's plugin directory), destination.
+# In: executable, trial, plugins (Qt's plugin directory), destination.
 cmake_policy(VERSION 3.25)
 
 # What the launcher must have to draw on X11 and Wayland, to type, to speak TLS, and to read
@@ -86,7 +86,7 @@ endforeach()
 
 file(GET_RUNTIME_DEPENDENCIES
     RESOLVED_DEPENDENCIES_VAR libraries
-    EXECUTABLES "${executable}"
+    EXECUTABLES "${executable}" "${trial}"
     MODULES ${modules}
     PRE_EXCLUDE_REGEXES "^(${system})\\.so")
 foreach(library IN LISTS libraries)
@@ -110,3 +110,22 @@ FILE: PACKAGE VERSION, from the source package SOURCE-PACKAGE VERSION
 
 ${index}
 ")
+
+# For whoever lacks one of the system's: the package that has it.
+file(GET_RUNTIME_DEPENDENCIES
+    RESOLVED_DEPENDENCIES_VAR libraries
+    CONFLICTING_DEPENDENCIES_PREFIX several
+    EXECUTABLES "${executable}" "${trial}"
+    MODULES ${modules})
+set(table)
+foreach(library IN LISTS libraries)
+    cmake_path(GET library FILENAME name)
+    if(name MATCHES "^(${system})\\.so")
+        file(REAL_PATH "${library}" file)
+        package_of("${file}" package)
+        list(APPEND table "${name} ${package}\n")
+    endif()
+endforeach()
+list(SORT table)
+list(JOIN table "" table)
+file(WRITE "${destination}/setup/system-libraries" "${table}")

@@ -5,14 +5,37 @@
 set(portable ${CMAKE_SOURCE_DIR}/packaging/portable)
 set(plugins ${QT6_INSTALL_PREFIX}/${QT6_INSTALL_PLUGINS})
 
+# What the installer cannot do in a shell.
+add_executable(exchange ${portable}/exchange.cpp)
+target_link_libraries(exchange PRIVATE gate)
+# Looks for libraries and plugins where the launcher does.
+add_executable(tessellan-launcher-trial ${portable}/trial.cpp)
+target_link_libraries(tessellan-launcher-trial
+    PRIVATE gate Qt6::Network Qt6::Widgets)
+set_target_properties(tessellan-launcher-trial PROPERTIES
+    BUILD_WITH_INSTALL_RPATH ON
+    INSTALL_RPATH "$ORIGIN")
+target_link_options(tessellan-launcher-trial PRIVATE -Wl,--disable-new-dtags)
+set_target_properties(exchange tessellan-launcher-trial PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+
 # install_program(<directory> <component>)
 function(install_program directory component)
     install(PROGRAMS ${portable}/uninstall DESTINATION ${directory}
         COMPONENT ${component} EXCLUDE_FROM_ALL)
+    install(PROGRAMS $<TARGET_FILE:tessellan-launcher-trial> DESTINATION ${directory}
+        COMPONENT ${component} EXCLUDE_FROM_ALL)
     install(FILES ${portable}/qt.conf DESTINATION ${directory}
         COMPONENT ${component} EXCLUDE_FROM_ALL)
+    install(PROGRAMS $<TARGET_FILE:exchange> DESTINATION ${directory}/setup
+        COMPONENT ${component} EXCLUDE_FROM_ALL)
+    foreach(part IN ITEMS places notes trial)
+        install(FILES ${portable}/setup/${part}.sh DESTINATION ${directory}/setup
+            COMPONENT ${component} EXCLUDE_FROM_ALL)
+    endforeach()
     install(CODE "
         set(executable \"$<TARGET_FILE:tessellan-launcher>\")
+        set(trial \"$<TARGET_FILE:tessellan-launcher-trial>\")
         set(plugins \"${plugins}\")
         set(destination \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${directory}\")
         include(\"${CMAKE_SOURCE_DIR}/cmake/bundle.cmake\")"

@@ -6,6 +6,7 @@ started=()
 finish() {
     for pid in "${started[@]}"; do kill "$pid" 2>/dev/null || true; done
     wait
+    chmod -R u+w "$work" 2>/dev/null || true
     rm -rf "$work"
 }
 trap finish EXIT
