@@ -1,6 +1,6 @@
 #include "backend/looks/model_check.h"
 
-#include "preview/model_import.h"
+#include "preview/model_shape.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -93,7 +93,7 @@ Outcome<QByteArray> accept(const QByteArray& upload)
         return refused(u"it is not a JSON object"_s);
 
     // What the preview would not show is not kept.
-    const ImportedModel imported = importShape(document);
+    const ImportedShape imported = importShape(document);
     Reasons reasons;
     if (!imported.refusal.isEmpty() && !imported.refusal.startsWith("every element"_L1))
         reasons.add([&] { return imported.refusal; });

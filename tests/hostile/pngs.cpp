@@ -196,10 +196,15 @@ QList<File> odd()
 QList<File> mutated(int count)
 {
     const QImage image = picture();
-    const QList<QByteArray> seeds{png_files::encode(image),
-                                  png_files::encode(image.convertToFormat(QImage::Format_Indexed8)),
-                                  png_files::withChunk(png_files::encode(image), zText(3000)),
-                                  inPieces(60, {}), plain(9, 16, 2, 1)};
+    return mutationsOf({png_files::encode(image),
+                        png_files::encode(image.convertToFormat(QImage::Format_Indexed8)),
+                        png_files::withChunk(png_files::encode(image), zText(3000)),
+                        inPieces(60, {}), plain(9, 16, 2, 1)},
+                       count);
+}
+
+QList<File> mutationsOf(const QList<QByteArray>& seeds, int count)
+{
     const QList<QByteArray> others{"tEXtKey", "tRNS12", "tRNS123456", "PLTE123456", "IDAT",
                                    "IDAT1",   "zzZzab", "gAMA1234",   "IEND",       "aBCD"};
     QRandomGenerator random(20261121);

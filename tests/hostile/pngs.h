@@ -16,6 +16,7 @@ struct File
 QList<File> odd();
 // So many files, each a small one with some bytes or chunks changed, the same ones every time.
 QList<File> mutated(int count);
+QList<File> mutationsOf(const QList<QByteArray>& seeds, int count);
 // What would cost a careless reader seconds or gigabytes though a picture can be got from it at
 // the price of the picture.
 QList<File> costlyPictures();
