@@ -56,6 +56,22 @@ class TestSkinCheck : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void roundsDeepColoursAsTheLauncherDoes()
+    {
+        QImage deep(64, 64, QImage::Format_RGBA64);
+        for (int y = 0; y < 64; ++y) {
+            for (int x = 0; x < 64; ++x)
+                deep.setPixelColor(x, y,
+                                   QColor::fromRgba64(quint16(x * 1021), quint16(y * 1019),
+                                                      quint16(x * y * 16), quint16(65535 - x * 7)));
+        }
+        const QByteArray png = png_files::encode(deep);
+        const Outcome<QByteArray> kept = skin_check::accept(png);
+        QVERIFY(kept);
+        const QImage shown = QImage::fromData(*kept, "PNG");
+        QCOMPARE(shown.convertToFormat(QImage::Format_RGBA8888), expectedOf(png));
+    }
+
     void takesWhatTheLauncherShows()
     {
         int taken = 0;
