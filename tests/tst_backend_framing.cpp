@@ -122,6 +122,8 @@ void TestBackendFraming::refusesAmbiguousHeads_data()
     row("no host", "GET /manifest.json HTTP/1.1\r\n\r\n", 400);
     row("two hosts", "GET /manifest.json HTTP/1.1\r\nHost: x\r\nHost: y\r\n\r\n", 400);
     row("unknown expectation", post + "Expect: wonders\r\nContent-Length: 40\r\n\r\n", 417);
+    row("unknown expectation behind a known one",
+        post + "Expect: 100-continue\r\nExpect: wonders\r\nContent-Length: 40\r\n\r\n", 417);
     row("101 fields",
         "GET / HTTP/1.1\r\nHost: x\r\n" + QByteArray("A: b\r\n").repeated(100) + "\r\n", 431);
     row("17 KiB", "GET / HTTP/1.1\r\nHost: x\r\nX: " + QByteArray(17 * 1024, 'a') + "\r\n\r\n",

@@ -51,8 +51,11 @@ int faultOf(const beast::request<beast::empty_body>& read, boost::system::error_
         return 400;
     if (read.target().size() > targetLimit)
         return 414;
-    const bool knows = boost::beast::iequals(read[field::expect], "100-continue");
-    return read.count(field::expect) > 0 && !knows ? 417 : 0;
+    // The parser hands over the first of several alone.
+    const auto expectations = read.count(field::expect);
+    const bool knows =
+        expectations == 1 && boost::beast::iequals(read[field::expect], "100-continue");
+    return expectations == 0 || knows ? 0 : 417;
 }
 
 } // namespace
