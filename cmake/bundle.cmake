@@ -21,8 +21,8 @@ set(wanted
     imageformats/libqico.so
     imageformats/libqjpeg.so)
 
-# What stays the system's, and why. The TLS plugin loads OpenSSL by name, so that it is the
-# system's as well: it gets security updates there, and comes with the system's certificates.
+# What stays the system's, and why. OpenSSL, which the launcher links for its digests and the TLS
+# plugin loads by name, gets security updates there, and comes with the system's certificates.
 set(system
     # the C and C++ runtimes; drivers need at least those they were built with
     ld-linux-x86-64 libc libm libdl libpthread librt libresolv libstdc++ libgcc_s

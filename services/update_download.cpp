@@ -1,9 +1,9 @@
 #include "services/update_download.h"
 
+#include "services/sha256.h"
 #include "services/slices.h"
 #include "services/update_staging.h"
 
-#include <QCryptographicHash>
 #include <QNetworkRequest>
 
 #include <algorithm>
@@ -40,15 +40,14 @@ void UpdateDownload::onDownloaded(const http::Answer& answer)
 
 void UpdateDownload::check()
 {
-    auto hash = std::make_shared<QCryptographicHash>(QCryptographicHash::Sha256);
+    auto hash = std::make_shared<Sha256>();
     runInSlices(this, [this, hash, done = qsizetype{0}]() mutable {
         const qsizetype size = std::min(sliceBytes, m_body.size() - done);
-        hash->addData(QByteArrayView(m_body).sliced(done, size));
+        hash->add(QByteArrayView(m_body).sliced(done, size));
         done += size;
         if (done < m_body.size())
             return true;
-        const QString sha256 = QString::fromLatin1(hash->result().toHex());
-        if (sha256.compare(m_sha256, Qt::CaseInsensitive) == 0)
+        if (Sha256::areSame(hash->result(), m_sha256))
             stage();
         else
             fail(QStringLiteral("Checksum mismatch on launcher update"));

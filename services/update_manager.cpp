@@ -3,11 +3,10 @@
 #include "app/deployment.h"
 #include "app/settings.h"
 #include "services/http.h"
-#include "services/slices.h"
+#include "services/sha256.h"
 #include "services/update_download.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -18,25 +17,16 @@
 
 #include <algorithm>
 #include <limits>
-#include <memory>
+#include <stop_token>
 
 namespace {
 
-// Reads `path` slice by slice and hands its SHA-256 to `done`, empty when it cannot be read.
-void hashInSlices(QObject* owner, const QString& path, std::function<void(const QString&)> done)
+// Empty when it cannot be read.
+QString sha256Of(const QString& path, const std::stop_token& stop = {})
 {
-    auto file = std::make_shared<QFile>(path);
-    const bool open = file->open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-    auto hash = std::make_shared<QCryptographicHash>(QCryptographicHash::Sha256);
-    runInSlices(owner, [file, open, hash, done = std::move(done)] {
-        const QByteArray slice = open ? file->read(sliceBytes) : QByteArray();
-        hash->addData(slice);
-        if (!slice.isEmpty())
-            return true;
-        const bool whole = open && file->error() == QFile::NoError;
-        done(whole ? QString::fromLatin1(hash->result().toHex()) : QString());
-        return false;
-    });
+    QFile file(path);
+    const bool open = file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    return open ? Sha256::ofFile(file.handle(), stop) : QString();
 }
 
 } // namespace
@@ -69,11 +59,7 @@ bool UpdateManager::qtRuntimePresent()
 
 QString UpdateManager::runningExeSha256()
 {
-    QFile exe(QCoreApplication::applicationFilePath());
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (!exe.open(QIODevice::ReadOnly) || !hash.addData(&exe))
-        return {};
-    return QString::fromLatin1(hash.result().toHex());
+    return sha256Of(QCoreApplication::applicationFilePath());
 }
 
 void UpdateManager::checkForUpdate()
@@ -105,9 +91,8 @@ void UpdateManager::onManifestDownloaded(const QString& error, const QByteArray&
         Q_EMIT upToDate();
         return;
     }
-    m_worker.run(
-        this, [manifest] { return newestBuild(manifest); },
-        [this](const Build& build) { judge(build); });
+    m_worker.run([manifest](const std::stop_token&) { return newestBuild(manifest); },
+                 [this](const Build& build) { judge(build); });
 }
 
 void UpdateManager::judge(const Build& build)
@@ -125,9 +110,10 @@ void UpdateManager::judge(const Build& build)
 // installed as well: what counts is that the running file is the one the manifest names.
 void UpdateManager::compareWithRunningExe(const Build& build)
 {
-    hashInSlices(this, QCoreApplication::applicationFilePath(),
+    m_worker.run([path = QCoreApplication::applicationFilePath()](
+                     const std::stop_token& stop) { return sha256Of(path, stop); },
                  [this, build](const QString& running) {
-                     if (build.sha256.toLower() == running)
+                     if (Sha256::areSame(build.sha256, running))
                          Q_EMIT upToDate();
                      else
                          update(build);

@@ -35,6 +35,9 @@ private Q_SLOTS:
         row("services/reply_taker.cpp", "m_reply->deleteLater(); // a QNetworkReply", true);
         row("services/a.cpp", "// What a QNetworkReply would do.", true);
         row("services/a.cpp", "QTcpSocket socket;", false);
+        row("versions/a.cpp", "QCryptographicHash hash(QCryptographicHash::Sha256);", false);
+        row("services/a.cpp", "EVP_DigestUpdate(context, data, size);", false);
+        row("services/sha256.cpp", "EVP_DigestUpdate(context, data, size);", true);
         row("tests/a.cpp", "QNetworkReply* reply = network.get(request);", true);
         row("backend/a.cpp", "QTcpSocket socket;", true);
     }

@@ -1,6 +1,7 @@
 #include "versions/file_digests.h"
 
-#include <QCryptographicHash>
+#include "services/sha256.h"
+
 #include <QFile>
 
 #include <algorithm>
@@ -59,10 +60,9 @@ QString FileDigests::sha256(const QString& path)
 
     // Asked before the reading: what is read first could change until the end of it.
     const bool settled = isSettled(stamp);
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (!hash.addData(&file))
+    QString sha256 = Sha256::ofFile(descriptor);
+    if (sha256.isEmpty())
         return {};
-    QString sha256 = QString::fromLatin1(hash.result().toHex());
     Stamp after;
     if (settled && read(descriptor, after) && after == stamp)
         m_known.insert(path, {stamp, sha256});

@@ -124,7 +124,9 @@ void VersionManager::onManifestDownloaded(const QString& error, const QByteArray
 {
     const auto downloaded = error.isEmpty() ? std::optional(data) : std::nullopt;
     m_worker.run(
-        this, [downloaded, cache = manifestCachePath()] { return find(downloaded, cache); },
+        [downloaded, cache = manifestCachePath()](const std::stop_token&) {
+            return find(downloaded, cache);
+        },
         [this, error](Found found) {
             if (!found.manifest) {
                 Q_EMIT manifestFailed(error.isEmpty() ? QStringLiteral("Invalid manifest") : error);

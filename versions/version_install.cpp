@@ -2,8 +2,8 @@
 
 #include "app/settings.h"
 #include "services/http.h"
+#include "services/sha256.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -13,11 +13,6 @@
 #include <utility>
 
 namespace {
-
-bool differs(const QString& sha256, const QString& expected)
-{
-    return sha256.compare(expected, Qt::CaseInsensitive) != 0;
-}
 
 // The system would take what stands before a NUL for the whole path: some file of the player's, of
 // the manifest's choice.
@@ -46,12 +41,12 @@ bool VersionManager::needsInstall(const GameVersion& v) const
         return true;
     if (v.sha256.isEmpty())
         return false;
-    return differs(m_digests.sha256(jarPath(v.id)), v.sha256);
+    return !Sha256::areSame(m_digests.sha256(jarPath(v.id)), v.sha256);
 }
 
 QString VersionManager::sha256Hex(const QByteArray& data)
 {
-    return QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
+    return Sha256::of(data);
 }
 
 void VersionManager::install(const GameVersion& v)
@@ -74,7 +69,7 @@ void VersionManager::onJarDownloaded(const GameVersion& v, const QString& error,
         Q_EMIT installFailed(error);
         return;
     }
-    if (!v.sha256.isEmpty() && differs(sha256Hex(body), v.sha256)) {
+    if (!v.sha256.isEmpty() && !Sha256::areSame(sha256Hex(body), v.sha256)) {
         Q_EMIT installFailed(QStringLiteral("Checksum mismatch — download corrupted"));
         return;
     }
