@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QString>
 #include <QtGlobal>
 
@@ -39,6 +40,12 @@ struct Exchange
     // announced. This says whether such a body shows by itself that nothing is missing; without it
     // a compressed body is refused.
     std::function<bool(const QByteArray& body)> isWhole = {};
+    // Each piece of the body as it arrives.
+    std::function<void(QByteArrayView piece)> seen = {};
+    // Takes the pieces in place of the answer's body, which stays empty. Until it calls `next`,
+    // from the event loop, no other comes: the server waits for a slow disk. Not asked about an
+    // answer that has failed by then.
+    std::function<void(const QByteArray& piece, std::function<void()> next)> sink = {};
 };
 
 void get(QNetworkAccessManager* network, const QNetworkRequest& request, Exchange exchange);
@@ -69,7 +76,7 @@ void setBearerToken(QNetworkRequest& request, const QString& token);
 void refuseRedirects(QNetworkRequest& request);
 
 constexpr qint64 maxAnswerBytes = 1024 * 1024;            // an account server's JSON
-constexpr qint64 maxManifestBytes = 16 * 1024 * 1024;     // parsed on the GUI thread
+constexpr qint64 maxManifestBytes = 16 * 1024 * 1024;     // parsed in one go
 constexpr qint64 maxDownloadBytes = 1024LL * 1024 * 1024; // held in memory until it is checked
 
 } // namespace http

@@ -104,30 +104,65 @@ void ReplyTaker::onHead()
     const qint64 length = announcedLength(m_reply).value_or(-1);
     if (!fits(length))
         refuseLength();
-    else if (!isCompressed(m_reply))
+    else if (!isCompressed(m_reply) && !m_exchange.sink)
         m_body.reserve(std::clamp<qint64>(length, 0, maxReservedBytes));
 }
 
 // As it comes: to copy all of it at the end would take too long for one turn of the event loop.
 void ReplyTaker::onData()
 {
-    if (!m_exchange.done)
+    if (!m_exchange.done || m_isSinking || m_isFinished)
         return;
     if (!fits(m_reply->bytesAvailable()))
         return refuseLength();
-    m_body.append(m_reply->read(sliceBytes));
-    if (m_reply->bytesAvailable() > 0)
+    take(m_reply->read(sliceBytes));
+    if (m_reply->bytesAvailable() > 0 && !m_isSinking)
         QMetaObject::invokeMethod(this, &ReplyTaker::onData, Qt::QueuedConnection);
+}
+
+void ReplyTaker::take(const QByteArray& piece)
+{
+    if (piece.isEmpty())
+        return;
+    m_size += piece.size();
+    if (m_exchange.seen)
+        m_exchange.seen(piece);
+    if (!m_exchange.sink) {
+        m_body.append(piece);
+        return;
+    }
+    m_isSinking = true;
+    m_exchange.sink(piece, [taker = QPointer(this)] {
+        if (taker)
+            taker->onSunk();
+    });
+}
+
+void ReplyTaker::onSunk()
+{
+    m_isSinking = false;
+    if (m_isFinished)
+        onFinished();
+    else
+        onData();
 }
 
 void ReplyTaker::onFinished()
 {
-    m_reply->deleteLater();
+    m_isFinished = true;
     const qint64 rest = m_reply->isOpen() ? m_reply->bytesAvailable() : 0;
-    if (!fits(rest))
+    if (!fits(rest)) {
+        m_reply->deleteLater();
         return refuseLength();
-    if (rest > 0)
-        m_body.append(m_reply->readAll());
+    }
+    const bool failed = m_reply->error() != QNetworkReply::NoError;
+    if (m_isSinking && !failed)
+        return;
+    if (rest > 0 && !(m_exchange.sink && failed))
+        take(m_exchange.sink ? m_reply->read(sliceBytes) : m_reply->readAll());
+    if (m_isSinking && !failed)
+        return;
+    m_reply->deleteLater();
     deliver(errorText());
 }
 
@@ -155,7 +190,7 @@ void ReplyTaker::onContextEnd()
 
 bool ReplyTaker::fits(qint64 more) const
 {
-    return more <= m_exchange.maxBytes - m_body.size();
+    return more <= m_exchange.maxBytes - m_size;
 }
 
 void ReplyTaker::refuseLength()
@@ -185,9 +220,9 @@ QString ReplyTaker::errorText() const
     if (!announced)
         return u"The server announced an impossible length"_s;
     const bool compressed = isCompressed(m_reply);
-    if (!compressed && *announced >= 0 && *announced != m_body.size())
+    if (!compressed && *announced >= 0 && *announced != m_size)
         return u"The server closed the connection early"_s;
-    if (status == 206 && !isWholeRange(m_reply, compressed ? *announced : m_body.size()))
+    if (status == 206 && !isWholeRange(m_reply, compressed ? *announced : m_size))
         return u"The server sent only a part of the file"_s;
     // Neither its length nor its chunks tell: the network layer counts what it unpacked, and is
     // content with chunks that break off.

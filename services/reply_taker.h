@@ -21,10 +21,12 @@ private:
     void refuse(const QString& error);
     void onHead();
     void onData();
+    void onSunk();
     void onFinished();
     void onError();
     void finishFailed();
     void onContextEnd();
+    void take(const QByteArray& piece);
     bool fits(qint64 more) const;
     void refuseLength();
     QString errorText() const;
@@ -33,5 +35,8 @@ private:
     QNetworkReply* m_reply;
     http::Exchange m_exchange;
     QByteArray m_body;
+    qint64 m_size = 0;         // of what was taken
+    bool m_isSinking = false;  // the sink has a piece
+    bool m_isFinished = false; // the network layer is, the sink perhaps not
     QString m_explanation;
 };
