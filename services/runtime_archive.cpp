@@ -1,7 +1,10 @@
 #include "services/runtime_archive.h"
 
+#include "services/slices.h"
+
 #include <QFile>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -29,13 +32,13 @@ RuntimeArchive::~RuntimeArchive()
         close(m_descriptor);
 }
 
-bool RuntimeArchive::write(const QByteArray& body)
+bool RuntimeArchive::write(const QByteArray& body, const std::function<bool()>& cancelled)
 {
     if (!create())
         return false;
     // Some file systems report a failed write only when a descriptor is closed.
     const int copy = dup(m_descriptor);
-    const bool written = writeAll(body) && copy >= 0;
+    const bool written = writeAll(body, cancelled) && copy >= 0;
     if (copy >= 0 && close(copy) == 0 && written)
         return true;
     remove();
@@ -56,17 +59,16 @@ bool RuntimeArchive::create()
     return m_descriptor >= 0;
 }
 
-bool RuntimeArchive::writeAll(const QByteArray& body) const
+bool RuntimeArchive::writeAll(QByteArrayView body, const std::function<bool()>& cancelled) const
 {
-    qsizetype done = 0;
-    while (done < body.size()) {
-        const ssize_t written =
-            ::write(m_descriptor, body.constData() + done, static_cast<size_t>(body.size() - done));
+    while (!body.isEmpty() && !cancelled()) {
+        const auto size = static_cast<size_t>(std::min(sliceBytes, body.size()));
+        const ssize_t written = ::write(m_descriptor, body.data(), size);
         if (written <= 0 && errno != EINTR)
             return false;
-        done += qMax<ssize_t>(written, 0);
+        body = body.sliced(std::max<ssize_t>(written, 0));
     }
-    return true;
+    return body.isEmpty();
 }
 
 int RuntimeArchive::descriptor() const

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QString>
+
+#include <functional>
 
 // The downloaded archive while a worker needs it. Another download may put its own under the same
 // name at any time, in this process or another one: each has a file of its own, is read through the
@@ -16,8 +19,9 @@ public:
     Q_DISABLE_COPY(RuntimeArchive)
     RuntimeArchive& operator=(RuntimeArchive&&) = delete;
 
-    // In place of an old one; false when not all of it was written, and then nothing is there.
-    bool write(const QByteArray& body);
+    // In place of an old one, in slices until `cancelled` says otherwise; false when not all of it
+    // was written, and then nothing is there.
+    bool write(const QByteArray& body, const std::function<bool()>& cancelled);
     // Another descriptor for what was written, for the caller to close.
     int descriptor() const;
     // Unless another one has taken its name.
@@ -25,7 +29,7 @@ public:
 
 private:
     bool create();
-    bool writeAll(const QByteArray& body) const;
+    bool writeAll(QByteArrayView body, const std::function<bool()>& cancelled) const;
 
     QString m_path;
     int m_descriptor = -1;

@@ -12,6 +12,7 @@
 #include <QNetworkRequest>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 #include <utility>
 
@@ -27,6 +28,18 @@ namespace {
 QString baseDir()
 {
     return Settings::get().gameDir() + u"/runtime";
+}
+
+// The worker's part. Returns the text to show; empty when the runtime stands.
+QString installFrom(QByteArray body, const QString& zipPath, const QString& base,
+                    const std::function<bool()>& cancelled)
+{
+    QDir().mkpath(base);
+    RuntimeArchive archive(zipPath);
+    if (!archive.write(body, cancelled))
+        return QStringLiteral("Cannot write ") + zipPath;
+    body.clear();
+    return unpackRuntime(archive, base, cancelled);
 }
 
 } // namespace
@@ -77,32 +90,23 @@ void RuntimeManager::install()
          .isWhole = &http::isCheckedLater}); // an archive that was cut has no directory
 }
 
-void RuntimeManager::onDownloaded(const QString& error, const QByteArray& archive)
+void RuntimeManager::onDownloaded(const QString& error, const QByteArray& body)
 {
-    if (!error.isEmpty()) {
+    if (error.isEmpty())
+        extract(baseDir() + u"/jre-download.zip", body);
+    else
         Q_EMIT installFailed(QStringLiteral("Runtime download failed: ") + error);
-        return;
-    }
-    const QString base = baseDir();
-    QDir().mkpath(base);
-    const QString zipPath = base + u"/jre-download.zip";
-    RuntimeArchive file(zipPath);
-    if (!file.write(archive)) {
-        Q_EMIT installFailed(QStringLiteral("Cannot write ") + zipPath);
-        return;
-    }
-    extract(std::move(file));
 }
 
 // A second click may start a second one: on their threads they take turns.
-void RuntimeManager::extract(RuntimeArchive archive)
+void RuntimeManager::extract(const QString& zipPath, QByteArray body)
 {
     ++m_workers->running;
-    std::thread([manager = this, workers = m_workers, base = baseDir(),
-                 archive = std::move(archive)] {
+    std::thread([manager = this, workers = m_workers, base = baseDir(), zipPath,
+                 body = std::move(body)]() mutable {
         // Paths are copies: the settings may be gone by now.
-        const QString error =
-            unpackRuntime(archive, base, [&workers] { return workers->cancelled.load(); });
+        const QString error = installFrom(std::move(body), zipPath, base,
+                                          [&workers] { return workers->cancelled.load(); });
         // The destructor waits for `running`, so the manager is still whole here.
         if (error.isEmpty())
             Q_EMIT manager->installFinished();

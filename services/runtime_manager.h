@@ -6,15 +6,14 @@
 #include <memory>
 
 class QNetworkAccessManager;
-class RuntimeArchive;
 
 // The launcher's private Java 11 runtime, inside the game directory. The file system is the only
 // record; a manager keeps no state between calls. Lives on the GUI thread, owned by the window
-// for whose play flow it was made. The archive is unpacked on a detached worker thread, and
-// installFinished and installFailed are then emitted on that thread: connect them with a context
-// object. Destroying the manager while it unpacks, or waits for its turn, cancels that and waits
-// the moment it takes. Whatever is clicked, cancelled or killed, in one launcher or several: a
-// runtime that counts as installed is whole.
+// for whose play flow it was made. The archive is written and unpacked on a detached worker thread,
+// and installFinished and installFailed are then emitted on that thread: connect them with a
+// context object. Destroying the manager meanwhile, or while it waits for its turn, cancels that
+// and waits the moment it takes. Whatever is clicked, cancelled or killed, in one launcher or
+// several: a runtime that counts as installed is whole.
 class RuntimeManager : public QObject
 {
     Q_OBJECT
@@ -43,8 +42,8 @@ Q_SIGNALS:
 private:
     struct Workers;
 
-    void onDownloaded(const QString& error, const QByteArray& archive);
-    void extract(RuntimeArchive archive);
+    void onDownloaded(const QString& error, const QByteArray& body);
+    void extract(const QString& zipPath, QByteArray body);
 
     QNetworkAccessManager* m_network;
     std::shared_ptr<Workers> m_workers;
