@@ -197,6 +197,12 @@ bool hasLongWord(const QString& text)
     return false;
 }
 
+QString entry(const QString& text, int before)
+{
+    const qsizetype room = qMax(minEntryChars, maxSelectorChars / (before + 1));
+    return foreign_text::line(withoutMiddle(text, room));
+}
+
 } // namespace
 
 QString foreign_text::line(const QString& text)
@@ -292,8 +298,12 @@ void foreign_text::appendTo(QPlainTextEdit* console, const QString& line)
 
 void foreign_text::addEntry(QComboBox* combo, const QString& text, const QVariant& data)
 {
-    const qsizetype room = qMax(minEntryChars, maxSelectorChars / (combo->count() + 1));
-    combo->addItem(line(withoutMiddle(text, room)), data);
+    combo->addItem(entry(text, combo->count()), data);
+}
+
+void foreign_text::changeEntry(QComboBox* combo, int index, const QString& text)
+{
+    combo->setItemText(index, entry(text, index));
 }
 
 // The text first: a change of an item that the list shows already is laid out at once.

@@ -48,6 +48,7 @@ void showName(QLabel* label, const QString& ownHtml, const QString& name);
 void showArticle(QTextBrowser* browser, const QString& text);
 void appendTo(QPlainTextEdit* console, const QString& line);
 void addEntry(QComboBox* combo, const QString& text, const QVariant& data);
+void changeEntry(QComboBox* combo, int index, const QString& text);
 void addRow(QListWidget* list, QListWidgetItem* item, const QString& text);
 
 // What a field shows is its value, or as much of it as a field can hold. valueOf is the whole value

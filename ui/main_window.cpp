@@ -6,6 +6,7 @@
 #include "services/update_manager.h"
 #include "ui/banner_widget.h"
 #include "ui/elided_label.h"
+#include "ui/first_expose.h"
 #include "ui/focus_reveal.h"
 #include "ui/foreign_text.h"
 #include "ui/pages.h"
@@ -42,11 +43,15 @@ MainWindow::MainWindow(QWidget* parent)
     m_updates->checkForUpdate();
 }
 
-// On a screen smaller than the window nothing may lie beyond the edge, PLAY least of all.
+// On a screen smaller than the window nothing may lie beyond the edge, PLAY least of all. The disk
+// is left to the start of the window until it is there.
 void MainWindow::showEvent(QShowEvent* event)
 {
-    if (!event->spontaneous())
+    if (!event->spontaneous()) {
         resize(size().boundedTo(screen()->availableSize()));
+        m_versions->holdReading();
+        new FirstExpose(this, [this] { m_versions->resumeReading(); });
+    }
     QMainWindow::showEvent(event);
 }
 

@@ -84,6 +84,7 @@ private:
     QStringList authLaunchArgs() const;
     QStringList profileJvmArgs() const;
     QStringList launchArgs() const;
+    void playVersion(const GameVersion& version, bool needsInstall);
     void installRuntime();
     void onInstallFinished(const QString& versionId);
 
@@ -103,7 +104,8 @@ private:
     int indexOfVersion(const QString& id);
     void saveProfile();
     QList<GameVersion> listedVersions() const;
-    QString versionText(const GameVersion& version) const;
+    QString versionText(const GameVersion& version);
+    void markVersion(const GameVersion& version, bool needsInstall);
 
     // News pages
     void buildNewsPages();
@@ -160,5 +162,6 @@ private:
     QLineEdit* m_gameDirField = nullptr;
     QString m_unwrittenSettings; // what the answer to the save's request says as well
 
+    QString m_awaitedPlay;          // the version whose jar is read before it is played
     bool m_playAwaitsFocus = false; // it had the keyboard when it was disabled
 };

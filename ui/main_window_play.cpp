@@ -10,6 +10,7 @@
 #include <QProgressBar>
 
 #include <algorithm>
+#include <utility>
 
 // Each preparation ends by coming back here, so that one click leads from nothing to the game.
 void MainWindow::onPlayClicked()
@@ -32,15 +33,29 @@ void MainWindow::onPlayClicked()
     const auto version = std::ranges::find(versions, id, &GameVersion::id);
     if (version == versions.cend())
         return;
-    if (m_versions->needsInstall(*version)) {
-        const bool present = m_versions->isInstalled(id);
-        setBusy(true, (present ? u"Updating " : u"Downloading ") + id + u"...");
-        m_versions->install(*version);
+    // A jar that changed since the manifest arrived is read first. Who presses again meanwhile does
+    // not play twice; who presses with another choice plays that alone.
+    if (std::exchange(m_awaitedPlay, id) == id)
+        return;
+    m_versions->whenKnown(*version, [this, v = *version](bool needsInstall) {
+        if (m_awaitedPlay != v.id)
+            return;
+        m_awaitedPlay.clear();
+        playVersion(v, needsInstall);
+    });
+}
+
+void MainWindow::playVersion(const GameVersion& version, bool needsInstall)
+{
+    if (needsInstall) {
+        const bool present = m_versions->isInstalled(version.id);
+        setBusy(true, (present ? u"Updating " : u"Downloading ") + version.id + u"...");
+        m_versions->install(version);
         return;
     }
     QString error;
-    const bool launched = m_versions->launch(id, &error, launchArgs());
-    m_statusLabel->showText(launched ? QString(u"Launched " + id) : error);
+    const bool launched = m_versions->launch(version.id, &error, launchArgs());
+    m_statusLabel->showText(launched ? QString(u"Launched " + version.id) : error);
 }
 
 // A fresh manager at every click; it lives as long as the window. The window is the context of each

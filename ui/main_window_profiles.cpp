@@ -13,6 +13,15 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
+namespace {
+
+QString markedVersion(const QString& id, bool needsInstall)
+{
+    return id + (needsInstall ? u"  (update available)" : u"  (installed)");
+}
+
+} // namespace
+
 void MainWindow::buildLaunchSelector(QWidget* bar)
 {
     m_launchSelector = pages::makeCombo(QStringLiteral("launchSelector"), bar);
@@ -132,12 +141,29 @@ QList<GameVersion> MainWindow::listedVersions() const
     return all.first(qMin(all.size(), foreign_text::maxEntries));
 }
 
-QString MainWindow::versionText(const GameVersion& version) const
+// What was installed or changed while the launcher runs may be large: until it is read, it counts
+// as up to date.
+QString MainWindow::versionText(const GameVersion& version)
 {
     if (!m_versions->isInstalled(version.id))
         return version.id;
-    return version.id +
-           (m_versions->needsInstall(version) ? u"  (update available)" : u"  (installed)");
+    const auto needed = m_versions->knownNeed(version);
+    if (!needed)
+        m_versions->whenKnown(version,
+                              [this, version](bool needs) { markVersion(version, needs); });
+    return markedVersion(version.id, needed.value_or(false));
+}
+
+void MainWindow::markVersion(const GameVersion& version, bool needsInstall)
+{
+    const QString text = markedVersion(version.id, needsInstall);
+    const auto mark = [&text](QComboBox* combo, const QString& entry) {
+        const int index = combo->findData(entry);
+        if (index >= 0)
+            foreign_text::changeEntry(combo, index, text);
+    };
+    mark(m_launchSelector, QString(pages::versionPrefix + version.id));
+    mark(m_versionCombo, version.id);
 }
 
 // The selector's change handler stays connected. Inserting the first entry makes it current, so the

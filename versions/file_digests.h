@@ -1,37 +1,37 @@
 #pragma once
 
+#include "versions/file_stamp.h"
+
 #include <QHash>
 #include <QString>
 
-// SHA-256 of files, remembered for as long as a file looks as it did: size, times, inode, device.
-// A file is remembered only when the last change that its times show is older than the coarsest
-// clock of a file system can hide, so that any later change shows. What the times do not show at
-// all, such as writes through a mapping made before, goes unnoticed. Owned by whoever asks; one
-// thread at a time.
+#include <optional>
+#include <stop_token>
+
+// SHA-256 of files, remembered for as long as a file looks as it did. A file is remembered only
+// when any later change would show. One thread at a time; threads that work with the same files
+// have a memory each and hand readings on.
 class FileDigests
 {
 public:
-    // 64 lower-case hexadecimal characters; empty when it cannot be read or is no regular file.
-    QString sha256(const QString& path);
+    // What is known of a file after it was read, or written.
+    struct Reading
+    {
+        // 64 lower-case hexadecimal characters; empty when it cannot be read or is no regular file.
+        QString sha256;
+        std::optional<FileStamp> stamp; // nothing when it changed meanwhile
+        bool isLasting = false;         // any later change shows in the stamp
+    };
+
+    // From memory; reads the file when it is not known.
+    Reading read(const QString& path, const std::stop_token& stop = {});
+    // The digest when it is known, or can be in a moment because there is little to read.
+    std::optional<QString> find(const QString& path);
+
+    // A reading that does not last counts until it is forgotten.
+    void insert(const QString& path, const Reading& reading);
+    void forgetFleeting();
 
 private:
-    struct Stamp
-    {
-        qint64 size = 0;
-        qint64 modifiedNs = 0;
-        qint64 changedNs = 0;
-        quint64 inode = 0;
-        quint64 device = 0;
-        bool operator==(const Stamp&) const = default;
-    };
-    struct Known
-    {
-        Stamp stamp;
-        QString sha256;
-    };
-
-    static bool read(int fileDescriptor, Stamp& stamp);
-    static bool isSettled(const Stamp& stamp);
-
-    QHash<QString, Known> m_known; // by path
+    QHash<QString, Reading> m_known; // by path
 };

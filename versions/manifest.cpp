@@ -2,6 +2,7 @@
 
 #include "app/settings.h"
 #include "services/http.h"
+#include "versions/jar_store.h"
 
 #include <QDir>
 #include <QFile>
@@ -77,6 +78,7 @@ struct Found
 {
     std::optional<Manifest> manifest;
     bool fromCache = false;
+    JarStore::Readings jars = {};
 };
 
 // The downloaded one, which is then kept, or the one that was kept before.
@@ -88,16 +90,20 @@ Found find(const std::optional<QByteArray>& downloaded, const QString& cache)
     if (found.manifest)
         store(*downloaded, cache);
     else
-        found = {manifestIn(cache), true};
+        found = {.manifest = manifestIn(cache), .fromCache = true};
     return found;
 }
 
 } // namespace
 
 VersionManager::VersionManager(QObject* parent)
-    : QObject(parent), m_network(new QNetworkAccessManager(this))
+    : QObject(parent)
+    , m_network(new QNetworkAccessManager(this))
+    , m_jars(std::make_unique<JarStore>(&m_worker))
 {
 }
+
+VersionManager::~VersionManager() = default;
 
 QString VersionManager::manifestCachePath() const
 {
@@ -119,13 +125,19 @@ void VersionManager::refreshManifest()
                .isWhole = &http::isCheckedLater}); // a manifest that was cut does not parse
 }
 
-// To parse sixteen megabytes of short entries takes half a second.
+// To parse sixteen megabytes of short entries takes half a second, to read a gigabyte of jars as
+// long, or much longer when the disk has to turn for it. Whoever hears of the manifest asks which
+// of its versions are up to date: that is known then.
 void VersionManager::onManifestDownloaded(const QString& error, const QByteArray& data)
 {
     const auto downloaded = error.isEmpty() ? std::optional(data) : std::nullopt;
     m_worker.run(
-        [downloaded, cache = manifestCachePath()](const std::stop_token&) {
-            return find(downloaded, cache);
+        [downloaded, cache = manifestCachePath(),
+         readJars = m_jars->reader(Settings::get().gameDir())](const std::stop_token& stop) {
+            Found found = find(downloaded, cache);
+            if (found.manifest)
+                found.jars = readJars(found.manifest->versions, stop);
+            return found;
         },
         [this, error](Found found) {
             if (!found.manifest) {
@@ -133,7 +145,7 @@ void VersionManager::onManifestDownloaded(const QString& error, const QByteArray
                 return;
             }
             take(std::move(*found.manifest));
-            Q_EMIT manifestReady(found.fromCache);
+            m_jars->take(found.jars, [&] { Q_EMIT manifestReady(found.fromCache); });
         });
 }
 

@@ -3,45 +3,37 @@
 #include "app/settings.h"
 #include "services/http.h"
 #include "services/sha256.h"
+#include "versions/jar_store.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 
+#include <memory>
 #include <utility>
-
-namespace {
-
-// The system would take what stands before a NUL for the whole path: some file of the player's, of
-// the manifest's choice.
-bool isUsable(const QString& path)
-{
-    return !path.contains(QChar::Null);
-}
-
-} // namespace
 
 QString VersionManager::jarPath(const QString& versionId) const
 {
-    return QStringLiteral("%1/versions/%2/tessellan-%2.jar")
-        .arg(Settings::get().gameDir(), versionId);
+    return JarStore::pathBelow(Settings::get().gameDir(), versionId);
 }
 
 bool VersionManager::isInstalled(const QString& versionId) const
 {
-    const QString path = jarPath(versionId);
-    return isUsable(path) && QFile::exists(path);
+    return JarStore::exists(jarPath(versionId));
 }
 
 bool VersionManager::needsInstall(const GameVersion& v) const
 {
-    if (!isInstalled(v.id))
-        return true;
-    if (v.sha256.isEmpty())
-        return false;
-    return !Sha256::areSame(m_digests.sha256(jarPath(v.id)), v.sha256);
+    return m_jars->needsInstall(jarPath(v.id), v.sha256);
+}
+
+std::optional<bool> VersionManager::knownNeed(const GameVersion& v) const
+{
+    return m_jars->knownNeed(jarPath(v.id), v.sha256);
+}
+
+void VersionManager::whenKnown(const GameVersion& v, std::function<void(bool)> then)
+{
+    m_jars->whenKnown(jarPath(v.id), v.sha256, std::move(then));
 }
 
 QString VersionManager::sha256Hex(const QByteArray& data)
@@ -51,39 +43,40 @@ QString VersionManager::sha256Hex(const QByteArray& data)
 
 void VersionManager::install(const GameVersion& v)
 {
+    const auto hash = std::make_shared<Sha256>();
     http::Exchange exchange{
         .context = this,
         .maxBytes = http::maxDownloadBytes,
-        .done = [this,
-                 v](const http::Answer& answer) { onJarDownloaded(v, answer.error, answer.body); },
+        .done =
+            [this, v, hash](const http::Answer& answer) {
+                if (answer.error.isEmpty())
+                    writeJar(v, answer.body, hash->result());
+                else
+                    Q_EMIT installFailed(answer.error);
+            },
         .progress = [this](qint64 received,
                            qint64 total) { Q_EMIT downloadProgress(received, total); }};
-    exchange.isWhole = v.sha256.isEmpty() ? &http::isZip : &http::isCheckedLater;
+    if (v.sha256.isEmpty()) {
+        exchange.isWhole = &http::isZip;
+    } else {
+        exchange.isWhole = &http::isCheckedLater;
+        exchange.seen = [hash](QByteArrayView piece) { hash->add(piece); };
+    }
     http::get(m_network, QNetworkRequest{QUrl(v.url)}, std::move(exchange));
 }
 
-void VersionManager::onJarDownloaded(const GameVersion& v, const QString& error,
-                                     const QByteArray& body)
+void VersionManager::writeJar(const GameVersion& v, const QByteArray& body, const QString& sha256)
 {
-    if (!error.isEmpty()) {
-        Q_EMIT installFailed(error);
-        return;
-    }
-    if (!v.sha256.isEmpty() && !Sha256::areSame(sha256Hex(body), v.sha256)) {
+    if (!v.sha256.isEmpty() && !Sha256::areSame(sha256, v.sha256)) {
         Q_EMIT installFailed(QStringLiteral("Checksum mismatch — download corrupted"));
         return;
     }
     const QString path = jarPath(v.id);
-    QFile jar(path);
-    if (isUsable(path))
-        QDir().mkpath(QFileInfo(path).absolutePath());
-    if (!isUsable(path) || !jar.open(QIODevice::WriteOnly)) {
-        Q_EMIT installFailed(QStringLiteral("Cannot write ") + path);
-        return;
-    }
-    // Straight to its place and unchecked, on purpose: needsInstall finds a damaged jar at the
-    // next start.
-    jar.write(body);
-    jar.close();
-    Q_EMIT installFinished(v.id);
+    m_jars->write(path, body, v.sha256.isEmpty() ? QString() : sha256,
+                  [this, path, id = v.id](bool opened) {
+                      if (opened)
+                          Q_EMIT installFinished(id);
+                      else
+                          Q_EMIT installFailed(QStringLiteral("Cannot write ") + path);
+                  });
 }
