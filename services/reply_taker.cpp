@@ -151,10 +151,8 @@ void ReplyTaker::onFinished()
 {
     m_isFinished = true;
     const qint64 rest = m_reply->isOpen() ? m_reply->bytesAvailable() : 0;
-    if (!fits(rest)) {
-        m_reply->deleteLater();
+    if (!fits(rest))
         return refuseLength();
-    }
     const bool failed = m_reply->error() != QNetworkReply::NoError;
     if (m_isSinking && !failed)
         return;

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -30,10 +31,8 @@ bool StagedFile::create()
 {
     const QByteArray path = QFile::encodeName(m_path);
     const QByteArray directory = QFile::encodeName(QFileInfo(m_path).absolutePath());
-    if (!removeOld(path))
-        return false;
     int descriptor = open(directory.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, newFileMode);
-    if (descriptor < 0) {
+    if (descriptor < 0 && removeOld(path)) {
         constexpr int flags = O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC;
         descriptor = open(path.constData(), flags, newFileMode);
         m_named = descriptor >= 0;
@@ -57,9 +56,21 @@ bool StagedFile::name()
     return m_named;
 }
 
+// Another launcher may have put its own there meanwhile, and be at work on it.
+bool StagedFile::isStillNamed() const
+{
+    struct stat mine = {};
+    struct stat named = {};
+    return fstat(m_file.handle(), &mine) == 0 &&
+           lstat(QFile::encodeName(m_path).constData(), &named) == 0 &&
+           mine.st_dev == named.st_dev && mine.st_ino == named.st_ino;
+}
+
 bool StagedFile::keep()
 {
-    bool kept = fsync(m_file.handle()) == 0 && (m_named || name());
+    bool kept = fsync(m_file.handle()) == 0 && (m_named ? isStillNamed() : name());
+    if (!kept)
+        discard();
     m_file.close();
     // Some file systems report a failed write only now.
     kept = kept && m_file.error() == QFile::NoError && syncDirectory();
@@ -85,8 +96,9 @@ bool StagedFile::syncDirectory() const
 
 void StagedFile::discard()
 {
+    const bool isNamed = m_named && (!m_file.isOpen() || isStillNamed());
     m_file.close();
-    if (m_named)
+    if (isNamed)
         unlink(QFile::encodeName(m_path).constData());
     m_named = false;
 }

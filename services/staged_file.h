@@ -7,7 +7,8 @@
 // A file that gets its name only when it is whole: a process that dies on the way, or a second
 // one at the same work, leaves no half of it under that name. Where the file system cannot hold
 // unnamed files it has its name from the start, and loses it again on failure. Replaces an old
-// file, never through a link. Any thread, one at a time.
+// file, never through a link, and only once it is whole itself where that can be. Not for the GUI
+// thread, which a disk would hold; one thread at a time.
 class StagedFile
 {
 public:
@@ -26,6 +27,7 @@ public:
 
 private:
     bool name();
+    bool isStillNamed() const;
     bool syncDirectory() const;
 
     QString m_path;

@@ -2,15 +2,16 @@
 
 #include "services/http.h"
 
-#include <QByteArray>
 #include <QObject>
 #include <QString>
 
 class QNetworkAccessManager;
+class UpdateStaging;
 
-// One download of a launcher build, or of a full archive: fetched into memory, checked, staged.
-// Internal to UpdateManager, which describes the texts of failures. Ends in exactly one of ready
-// and failed, then deletes itself. GUI thread; hashes and writes in slices.
+// One download of a launcher build, which is checked and staged piece by piece as it arrives, or of
+// a full archive, which is held in memory until it is whole. Internal to UpdateManager, which
+// describes the texts of failures. Ends in exactly one of ready and failed, then deletes itself.
+// GUI thread.
 class UpdateDownload : public QObject
 {
     Q_OBJECT
@@ -28,12 +29,9 @@ Q_SIGNALS:
     void failed(const QString& error);
 
 private:
-    void onDownloaded(const http::Answer& answer);
-    void check();
-    void stage();
+    void failMismatch();
     void fail(const QString& error);
 
-    QByteArray m_body;
-    QString m_sha256;
+    UpdateStaging* m_staging;
     bool m_fullArchive = false;
 };

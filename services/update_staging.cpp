@@ -1,26 +1,24 @@
 #include "services/update_staging.h"
 
+#include "services/sha256.h"
 #include "services/slices.h"
 #include "services/staged_file.h"
 #include "services/zip.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStringList>
 
 #include <algorithm>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
-
-// How long a turn of the event loop unpacks: half of what a picture of the banner may take.
-constexpr qint64 unpackingMs = 8;
 
 // The paths are not escaped: one that holds a single quote breaks the script before it has moved
 // anything.
@@ -101,72 +99,112 @@ bool startScript()
 
 } // namespace
 
-UpdateStaging::UpdateStaging(QObject* parent) : QObject(parent) {}
+// The executable that is being staged. When it cannot be written it is still read to its end: that
+// what came is not what was announced says more than that the disk is full.
+class UpdateStaging::NewExe
+{
+public:
+    explicit NewExe(const QString& path) : m_file(path) {}
+
+    void add(QByteArrayView bytes, const std::stop_token& stop)
+    {
+        m_hash.add(bytes);
+        while (!bytes.isEmpty() && !stop.stop_requested()) {
+            const qsizetype size = std::min(sliceBytes - m_slice.size(), bytes.size());
+            m_slice.append(bytes.first(size));
+            bytes = bytes.sliced(size);
+            if (m_slice.size() == sliceBytes)
+                writeSlice();
+        }
+    }
+
+    // Nothing would start again after an empty one had been swapped in.
+    Outcome finish(const QString& sha256, const std::stop_token& stop)
+    {
+        if (!sha256.isEmpty() && !Sha256::areSame(m_hash.result(), sha256))
+            return Outcome::Differs;
+        if (!m_slice.isEmpty())
+            writeSlice();
+        if (stop.stop_requested() || m_state != State::Sound || !m_file.keep())
+            return Outcome::Failed;
+        return Outcome::Kept;
+    }
+
+private:
+    enum class State { Empty, Sound, Broken };
+
+    // Waits for the disk: not for each of the small pieces that a network brings.
+    void writeSlice()
+    {
+        if (m_state == State::Empty)
+            m_state = knowsRunningExe() && m_file.create() ? State::Sound : State::Broken;
+        if (m_state == State::Sound && !m_file.write(m_slice)) {
+            m_file.discard();
+            m_state = State::Broken;
+        }
+        m_slice.resize(0);
+    }
+
+    StagedFile m_file;
+    QByteArray m_slice;
+    Sha256 m_hash;
+    State m_state = State::Empty;
+};
+
+UpdateStaging::UpdateStaging(QObject* parent)
+    : QObject(parent), m_exe(std::make_shared<NewExe>(stagedPath()))
+{
+}
 
 UpdateStaging::~UpdateStaging() = default;
 
-void UpdateStaging::stageAndRestart(const QByteArray& exe)
+void UpdateStaging::add(const QByteArray& piece, std::function<void()> next)
 {
-    m_staged = std::make_unique<StagedFile>(stagedPath());
-    // Nothing would start again after an empty one had been swapped in.
-    if (exe.isEmpty() || !knowsRunningExe() || !m_staged->create()) {
-        Q_EMIT failed();
-        return;
-    }
-    runInSlices(this, [this, exe, done = qsizetype{0}]() mutable {
-        const qsizetype size = std::min(sliceBytes, exe.size() - done);
-        if (!m_staged->write(QByteArrayView(exe).sliced(done, size))) {
-            m_staged->discard();
-            Q_EMIT failed();
-            return false;
-        }
-        done += size;
-        if (done < exe.size())
+    m_worker.run(
+        [exe = m_exe, piece](const std::stop_token& stop) {
+            exe->add(piece, stop);
             return true;
-        swapAndRestart();
-        return false;
-    });
+        },
+        [next = std::move(next)](bool) { next(); });
 }
 
-void UpdateStaging::stageZipAndRestart(const QByteArray& archive)
+void UpdateStaging::finish(const QString& sha256)
+{
+    m_worker.run(
+        [exe = m_exe, sha256](const std::stop_token& stop) { return exe->finish(sha256, stop); },
+        [this](Outcome outcome) { report(outcome); });
+}
+
+void UpdateStaging::stageZip(const QByteArray& archive)
 {
     if (!knowsRunningExe()) {
         Q_EMIT failed();
         return;
     }
-    m_unpacking = std::make_unique<zip::UnpackingOver>(
-        QStringLiteral("TessellanLauncher.exe"), archive, QCoreApplication::applicationDirPath());
-    runInSlices(this, [this] { return unpackSome(); });
+    m_worker.run(
+        [exe = m_exe, archive](const std::stop_token& stop) {
+            zip::UnpackingOver unpacking(QStringLiteral("TessellanLauncher.exe"), archive,
+                                         QCoreApplication::applicationDirPath());
+            auto state = unpacking.step();
+            while (state == zip::UnpackingOver::State::Working && !stop.stop_requested())
+                state = unpacking.step();
+            if (!unpacking.kept() || state != zip::UnpackingOver::State::Done)
+                return Outcome::Failed;
+            exe->add(*unpacking.kept(), stop);
+            return exe->finish({}, stop);
+        },
+        [this](Outcome outcome) { report(outcome); });
 }
 
-bool UpdateStaging::unpackSome()
+void UpdateStaging::report(Outcome outcome)
 {
-    QElapsedTimer timer;
-    timer.start();
-    auto state = m_unpacking->step();
-    while (state == zip::UnpackingOver::State::Working && !timer.hasExpired(unpackingMs))
-        state = m_unpacking->step();
-    if (state == zip::UnpackingOver::State::Working)
-        return true;
-    const auto exe = m_unpacking->kept();
-    m_unpacking.reset();
-    if (exe)
-        stageAndRestart(*exe);
-    else
+    if (outcome == Outcome::Differs) {
+        Q_EMIT differs();
+    } else if (outcome == Outcome::Kept && startScript()) {
+        Q_EMIT restarting();
+    } else {
+        if (outcome == Outcome::Kept)
+            QFile::remove(stagedPath());
         Q_EMIT failed();
-    return false;
-}
-
-void UpdateStaging::swapAndRestart()
-{
-    if (!m_staged->keep()) {
-        Q_EMIT failed();
-        return;
     }
-    if (!startScript()) {
-        QFile::remove(stagedPath());
-        Q_EMIT failed();
-        return;
-    }
-    Q_EMIT restarting();
 }

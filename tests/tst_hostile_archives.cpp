@@ -1,8 +1,8 @@
 #include "app/settings.h"
 #include "backend/catalogue/archives.h"
 #include "services/runtime_manager.h"
-#include "services/slices.h"
 #include "services/tree_removal.h"
+#include "services/worker.h"
 #include "services/zip.h"
 #include "tests/hostile/archives.h"
 #include "tests/support/costs.h"
@@ -235,7 +235,7 @@ private:
         return failed.isEmpty() ? QString() : failed.constFirst().constFirst().toString();
     }
 
-    // As an update unpacks it: slice by slice, beside files that stand there.
+    // As an update unpacks it: on a worker, beside files that stand there.
     bool unpackedOver(const QByteArray& archive)
     {
         const QString app = path(u"app"_s);
@@ -244,17 +244,18 @@ private:
         chmod(QFile::encodeName(app).constData(), 0750);
         auto unpacking = std::make_unique<zip::UnpackingOver>(launcherName, archive, app);
         auto state = zip::UnpackingOver::State::Working;
+        Worker worker;
         const Heartbeat heartbeat;
-        runInSlices(unpackingOwner(), [&] {
-            QElapsedTimer timer;
-            timer.start();
-            while (state == zip::UnpackingOver::State::Working && !timer.hasExpired(8))
-                state = unpacking->step();
-            return state == zip::UnpackingOver::State::Working;
-        });
+        worker.run(
+            [&unpacking](const std::stop_token& stop) {
+                auto reached = unpacking->step();
+                while (reached == zip::UnpackingOver::State::Working && !stop.stop_requested())
+                    reached = unpacking->step();
+                return reached;
+            },
+            [&state](zip::UnpackingOver::State reached) { state = reached; });
         const bool ended = QTest::qWaitFor(
             [&state] { return state != zip::UnpackingOver::State::Working; }, 60'000);
-        m_owner.reset();
         const bool taken = ended && unpacking->kept() == QByteArray("build");
         unpacking.reset();
         takeGap(heartbeat);
@@ -263,12 +264,6 @@ private:
             QVERIFY(!QFileInfo::exists(QString(app + u"/.tessellan-update")));
         }();
         return taken;
-    }
-
-    QObject* unpackingOwner()
-    {
-        m_owner = std::make_unique<QObject>();
-        return m_owner.get();
     }
 
     void takeGap(const Heartbeat& heartbeat)
@@ -281,7 +276,6 @@ private:
     const QList<HostileArchive> m_archives = hostileArchives();
     HttpServer m_server;
     std::unique_ptr<QTemporaryDir> m_home;
-    std::unique_ptr<QObject> m_owner;
     qint64 m_peakAtStart = 0;
     qint64 m_gapMs = 0;
     qint64 m_closingMs = 0;

@@ -123,12 +123,43 @@ private Q_SLOTS:
         QCOMPARE(contentOf(victim), QByteArray("precious"));
     }
 
-    void replacesAnOldFileAtTheStart()
+    // Somebody may still wait for the old one: a download that fails takes nothing away.
+    void replacesAnOldFileWhenItIsWhole()
     {
+        QFETCH_GLOBAL(bool, unnamed);
         writeFile(m_path, "old");
         StagedFile file(m_path);
         QVERIFY(file.create());
-        QVERIFY(contentOf(m_path).isEmpty());
+        QCOMPARE(contentOf(m_path), unnamed ? QByteArray("old") : QByteArray());
+        QVERIFY(file.write("new"));
+        QCOMPARE(contentOf(m_path), unnamed ? QByteArray("old") : QByteArray("new"));
+        QVERIFY(file.keep());
+        QCOMPARE(contentOf(m_path), QByteArray("new"));
+    }
+
+    // Another launcher is at work on a file of its own by now.
+    void takesNoOthersFileForItsOwn_data()
+    {
+        QTest::addColumn<bool>("keeps");
+        QTest::newRow("keep") << true;
+        QTest::newRow("discard") << false;
+    }
+
+    void takesNoOthersFileForItsOwn()
+    {
+        QFETCH_GLOBAL(bool, unnamed);
+        QFETCH(bool, keeps);
+        if (unnamed)
+            QSKIP("it has no name before it is whole");
+        StagedFile file(m_path);
+        QVERIFY(file.create() && file.write("bytes"));
+        QVERIFY(QFile::remove(m_path));
+        writeFile(m_path, "another's half");
+        if (keeps)
+            QVERIFY(!file.keep());
+        else
+            file.discard();
+        QCOMPARE(contentOf(m_path), QByteArray("another's half"));
     }
 
     void replacesWhatCameMeanwhile()
@@ -147,7 +178,7 @@ private Q_SLOTS:
     {
         QVERIFY(QDir().mkdir(m_path));
         StagedFile file(m_path);
-        QVERIFY(!file.create());
+        QVERIFY(!file.create() || !file.keep());
         QVERIFY(QFileInfo(m_path).isDir());
     }
 
