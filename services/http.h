@@ -40,7 +40,7 @@ struct Exchange
     // announced. This says whether such a body shows by itself that nothing is missing; without it
     // a compressed body is refused.
     std::function<bool(const QByteArray& body)> isWhole = {};
-    // Each piece of the body as it arrives.
+    // Each piece of the answer's body as it arrives.
     std::function<void(QByteArrayView piece)> seen = {};
     // Takes the pieces in place of the answer's body, which stays empty. Until it calls `next`,
     // from the event loop, no other comes: the server waits for a slow disk. Not asked about an

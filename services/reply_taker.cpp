@@ -19,8 +19,9 @@ namespace {
 constexpr qint64 readAheadBytes = 256 * 1024;
 // What one turn of the event loop copies.
 constexpr qint64 sliceBytes = 4 * 1024 * 1024;
-// Set aside at the announcement, so that the body does not move while it grows.
-constexpr qint64 maxReservedBytes = 256 * 1024 * 1024;
+// A body that becomes longer without announcing it is given all the room that it may take: pages
+// that nobody touches cost nothing, but a body that moves to a larger place is held twice.
+constexpr qint64 roomBytes = 1024 * 1024;
 
 // Absent for other protocols than HTTP.
 std::optional<int> statusOf(const QNetworkReply* reply)
@@ -105,7 +106,7 @@ void ReplyTaker::onHead()
     if (!fits(length))
         refuseLength();
     else if (!isCompressed(m_reply) && !m_exchange.sink)
-        m_body.reserve(std::clamp<qint64>(length, 0, maxReservedBytes));
+        m_body.reserve(std::max<qint64>(length, 0));
 }
 
 // As it comes: to copy all of it at the end would take too long for one turn of the event loop.
@@ -115,27 +116,33 @@ void ReplyTaker::onData()
         return;
     if (!fits(m_reply->bytesAvailable()))
         return refuseLength();
-    take(m_reply->read(sliceBytes));
+    take(std::min(m_reply->bytesAvailable(), sliceBytes));
     if (m_reply->bytesAvailable() > 0 && !m_isSinking)
         QMetaObject::invokeMethod(this, &ReplyTaker::onData, Qt::QueuedConnection);
 }
 
-void ReplyTaker::take(const QByteArray& piece)
+void ReplyTaker::take(qint64 most)
 {
-    if (piece.isEmpty())
+    if (most <= 0)
         return;
-    m_size += piece.size();
-    if (m_exchange.seen)
-        m_exchange.seen(piece);
-    if (!m_exchange.sink) {
-        m_body.append(piece);
+    const qint64 before = m_size;
+    if (m_exchange.sink) {
+        const QByteArray piece = m_reply->read(most);
+        m_size += piece.size();
+        m_isSinking = true;
+        m_exchange.sink(piece, [taker = QPointer(this)] {
+            if (taker)
+                taker->onSunk();
+        });
         return;
     }
-    m_isSinking = true;
-    m_exchange.sink(piece, [taker = QPointer(this)] {
-        if (taker)
-            taker->onSunk();
-    });
+    if (before + most > std::max<qint64>(m_body.capacity(), roomBytes))
+        m_body.reserve(m_exchange.maxBytes);
+    m_body.resize(before + most);
+    m_size += std::max<qint64>(m_reply->read(m_body.data() + before, most), 0);
+    m_body.truncate(m_size);
+    if (m_exchange.seen)
+        m_exchange.seen(QByteArrayView(m_body).sliced(before));
 }
 
 void ReplyTaker::onSunk()
@@ -157,7 +164,7 @@ void ReplyTaker::onFinished()
     if (m_isSinking && !failed)
         return;
     if (rest > 0 && !(m_exchange.sink && failed))
-        take(m_exchange.sink ? m_reply->read(sliceBytes) : m_reply->readAll());
+        take(m_exchange.sink ? std::min(rest, sliceBytes) : rest);
     if (m_isSinking && !failed)
         return;
     m_reply->deleteLater();

@@ -26,7 +26,7 @@ private:
     void onError();
     void finishFailed();
     void onContextEnd();
-    void take(const QByteArray& piece);
+    void take(qint64 most);
     bool fits(qint64 more) const;
     void refuseLength();
     QString errorText() const;

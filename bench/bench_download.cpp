@@ -1,0 +1,108 @@
+// A gigabyte over loopback: the launcher's way, with and without hashing the body as it arrives,
+// against a bare network access manager that holds the body. In turns, each in a process of its
+// own: what the one leaves in memory would help the other.
+#include "bench/measure.h"
+#include "services/http.h"
+#include "services/sha256.h"
+#include "tests/support/bulk_server.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+
+#include <sys/resource.h>
+
+namespace {
+
+constexpr qint64 bodyBytes = 1024LL * 1024 * 1024;
+constexpr int rounds = 5;
+constexpr double aim = 1.05;
+const auto plainWay = QStringLiteral("plain");
+const auto hashedWay = QStringLiteral("hashed");
+const auto bareWay = QStringLiteral("bare");
+
+qint64 ours(QNetworkAccessManager& network, const QUrl& url, bool hashes)
+{
+    QEventLoop loop;
+    Sha256 hash;
+    qint64 size = 0;
+    http::Exchange exchange{.context = &loop,
+                            .maxBytes = http::maxDownloadBytes,
+                            .done = [&](const http::Answer& answer) {
+                                size = answer.body.size();
+                                loop.quit();
+                            }};
+    if (hashes)
+        exchange.seen = [&hash](QByteArrayView piece) { hash.add(piece); };
+    http::get(&network, QNetworkRequest(url), std::move(exchange));
+    loop.exec();
+    return hash.result().isEmpty() ? 0 : size;
+}
+
+qint64 bare(QNetworkAccessManager& network, const QUrl& url)
+{
+    QEventLoop loop;
+    QNetworkReply* reply = network.get(QNetworkRequest(url));
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    loop.exec();
+    return reply->readAll().size();
+}
+
+// In the child: prints the milliseconds and the most memory it took, in MB.
+int download(const QString& who, const QUrl& url)
+{
+    QNetworkAccessManager network;
+    qint64 size = 0;
+    const double ms = measure::milliseconds(
+        [&] { size = who == bareWay ? bare(network, url) : ours(network, url, who == hashedWay); });
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    std::printf("%.1f %ld\n", ms, usage.ru_maxrss / 1024);
+    return size == bodyBytes ? 0 : 1;
+}
+
+struct Cost
+{
+    std::vector<double> ms;
+    long megabytes = 0;
+};
+
+void measureIn(Cost& cost, const QString& who, const QString& url)
+{
+    QProcess process;
+    process.start(QCoreApplication::applicationFilePath(), {who, url});
+    if (!process.waitForFinished(120'000) || process.exitCode() != 0)
+        qFatal("the download failed");
+    const QByteArrayList printed = process.readAllStandardOutput().trimmed().split(' ');
+    cost.ms.push_back(printed.value(0).toDouble());
+    cost.megabytes = std::max(cost.megabytes, printed.value(1).toLong());
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    const QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.size() == 3)
+        return download(arguments[1], QUrl(arguments[2]));
+    const BulkServer server(bodyBytes);
+    Cost plain;
+    Cost hashed;
+    Cost control;
+    for (int round = 0; round < rounds; ++round) {
+        measureIn(plain, plainWay, server.url());
+        measureIn(hashed, hashedWay, server.url());
+        measureIn(control, bareWay, server.url());
+    }
+    const double reference = measure::median(control.ms);
+    measure::report("downloading 1 GB", measure::median(plain.ms), "bare network access manager",
+                    reference, aim);
+    std::printf("the same, hashed on the way: %.1f ms, ratio %.2f\n", measure::median(hashed.ms),
+                measure::median(hashed.ms) / reference);
+    std::printf("most memory: %ld MB; bare: %ld MB\n", std::max(plain.megabytes, hashed.megabytes),
+                control.megabytes);
+    return 0;
+}
