@@ -28,3 +28,10 @@ if(TESSELLAN_SANITIZE)
         "$<$<BOOL:$<TARGET_PROPERTY:TESSELLAN_WITHOUT_VPTR>>:-fno-sanitize=vptr>")
     target_link_options(gate INTERFACE -fsanitize=address,undefined)
 endif()
+
+# For the tests that carry the label "worker"; Qt itself is not built so, see tests/tsan_suppressions.
+option(TESSELLAN_TSAN "Build with ThreadSanitizer" OFF)
+if(TESSELLAN_TSAN)
+    target_compile_options(gate INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+    target_link_options(gate INTERFACE -fsanitize=thread)
+endif()

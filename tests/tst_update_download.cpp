@@ -1,10 +1,15 @@
 #include "services/update_download.h"
+#include "tests/support/bulk_server.h"
 #include "tests/support/http_server.h"
 
+#include <QElapsedTimer>
+#include <QFile>
 #include <QNetworkAccessManager>
 #include <QPointer>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <memory>
 
 namespace {
 
@@ -85,6 +90,21 @@ private Q_SLOTS:
         HttpAnswer answer = HttpAnswer::ok("little");
         answer.announcedLength = limit;
         QVERIFY(!errorOf(answer).isEmpty());
+    }
+
+    void endsSoonInTheMiddle()
+    {
+        BulkServer server(60 * mega);
+        server.stallAtHalf(true);
+        auto download = std::make_unique<UpdateDownload>(nullptr);
+        QSignalSpy progress(download.get(), &UpdateDownload::progress);
+        download->start(&m_network, server.url(), {}, false);
+        QTRY_VERIFY(!progress.isEmpty() && progress.last().first().toLongLong() >= 29 * mega);
+        QElapsedTimer closing;
+        closing.start();
+        download.reset();
+        QVERIFY2(closing.elapsed() < 250, qPrintable(QString::number(closing.elapsed())));
+        QVERIFY(!QFile::exists(QCoreApplication::applicationFilePath() + u".new"));
     }
 
 private:

@@ -369,7 +369,31 @@ private Q_SLOTS:
                  qPrintable(QString::number(m_probe->longestGapMs())));
     }
 
+    void neverHoldsABuildInMemory()
+    {
+        const qint64 little = peakMegabytes(1'000'000);
+        const qint64 large = peakMegabytes(60'000'000);
+        qInfo("most memory for a build of 1 MB: %lld MB, of 60 MB: %lld MB", little, large);
+        QVERIFY(little > 0);
+        QVERIFY(large < little + 30);
+    }
+
 private:
+    qint64 peakMegabytes(qsizetype size)
+    {
+        m_probe = std::make_unique<InstalledProbe>();
+        // The sanitizer keeps what was freed.
+        m_probe->setVariable(QStringLiteral("ASAN_OPTIONS"),
+                             QStringLiteral("detect_leaks=1:quarantine_size_mb=1"));
+        m_probe->offer(m_probe->newBuild().leftJustified(size, '\n'));
+        m_probe->run();
+        [this] { QCOMPARE(m_probe->lastLine(), ready); }();
+        const QByteArray status =
+            contentOf(QStringLiteral("/proc/%1/status").arg(m_probe->process().processId()));
+        const QByteArray peak = status.mid(status.indexOf("VmHWM:") + 6);
+        return peak.left(peak.indexOf("kB")).trimmed().toLongLong() / 1024;
+    }
+
     void expectFailedStaging()
     {
         QCOMPARE(m_probe->lastLine(), couldNotStage);
