@@ -51,7 +51,7 @@ FileDigests::Reading FileDigests::read(const QString& path, const std::stop_toke
     const auto known = m_known.constFind(path);
     if (known != m_known.cend() && known->stamp == stamp)
         return *known;
-    const Reading reading = file.read(*stamp, stop);
+    Reading reading = file.read(*stamp, stop);
     if (reading.isLasting)
         insert(path, reading);
     return reading;
