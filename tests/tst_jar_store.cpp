@@ -107,7 +107,7 @@ private Q_SLOTS:
         QElapsedTimer closing;
         closing.start();
         cleanup();
-        QVERIFY2(closing.elapsed() < 250, qPrintable(QString::number(closing.elapsed())));
+        QVERIFY2(closing.elapsed() < 1'000, qPrintable(QString::number(closing.elapsed())));
         QVERIFY(!QFile::exists(m_jar));
         QCoreApplication::processEvents();
         QVERIFY(m_log.isEmpty());

@@ -103,7 +103,7 @@ private Q_SLOTS:
         QElapsedTimer closing;
         closing.start();
         download.reset();
-        QVERIFY2(closing.elapsed() < 250, qPrintable(QString::number(closing.elapsed())));
+        QVERIFY2(closing.elapsed() < 400, qPrintable(QString::number(closing.elapsed())));
         QVERIFY(!QFile::exists(QCoreApplication::applicationFilePath() + u".new"));
     }
 
