@@ -13,6 +13,7 @@
 #include <QTest>
 
 #include <memory>
+#include <optional>
 
 #include <sys/stat.h>
 
@@ -399,6 +400,30 @@ private Q_SLOTS:
             QCoreApplication::processEvents();
         }
         QVERIFY(m_server->requestCount("/manifest.json") > 0);
+    }
+
+    // Too large to be read in a moment by whoever asks.
+    void knowsTheInstalledJarsWhenItIsReady()
+    {
+        VersionManager manager;
+        const QByteArray jar(4 * 1024 * 1024, 'j');
+        QByteArray entries = "{'id':'right','url':'u','sha256':'%'},"
+                             "{'id':'damaged','url':'u','sha256':'%'},"
+                             "{'id':'missing','url':'u','sha256':'%'},"
+                             "{'id':'unchecked','url':'u'}";
+        entries.replace('%', VersionManager::sha256Hex(jar).toLatin1()).replace('\'', '"');
+        writeFile(manager.jarPath(QStringLiteral("right")), jar);
+        writeFile(manager.jarPath(QStringLiteral("damaged")), jar + 'x');
+        writeFile(manager.jarPath(QStringLiteral("unchecked")), jar);
+        m_server->answer(path, HttpAnswer::json("{\"versions\":[" + entries + "]}"));
+        QList<std::optional<bool>> needs;
+        connect(&manager, &VersionManager::manifestReady, this, [&] {
+            for (const GameVersion& version : manager.versions())
+                needs.append(manager.knownNeed(version));
+        });
+        manager.refreshManifest();
+        QTRY_COMPARE(needs.size(), 4);
+        QCOMPARE(needs, (QList<std::optional<bool>>{false, true, true, false}));
     }
 
     void waitsWithItsReadingWhileItIsHeld()

@@ -35,8 +35,7 @@ void MainWindow::onPlayClicked()
         return;
     // A jar that changed since the manifest arrived is read first. Who presses again meanwhile does
     // not play twice; who presses with another choice plays that alone.
-    if (std::exchange(m_awaitedPlay, id) == id)
-        return;
+    m_awaitedPlay = id;
     m_versions->whenKnown(*version, [this, v = *version](bool needsInstall) {
         if (m_awaitedPlay != v.id)
             return;
