@@ -97,9 +97,8 @@ private Q_SLOTS:
         BulkServer server(60 * mega);
         server.stallAtHalf(true);
         auto download = std::make_unique<UpdateDownload>(nullptr);
-        QSignalSpy progress(download.get(), &UpdateDownload::progress);
         download->start(&m_network, server.url(), {}, false);
-        QTRY_VERIFY(!progress.isEmpty() && progress.last().first().toLongLong() >= 29 * mega);
+        QTRY_VERIFY(server.isStalled());
         QElapsedTimer closing;
         closing.start();
         download.reset();

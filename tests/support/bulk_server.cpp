@@ -85,7 +85,8 @@ void BulkServer::answer(int client)
     (void)!write(client, head.constData(), static_cast<size_t>(head.size()));
     qint64 sent = 0;
     while (!m_ends && sent < m_size) {
-        if (m_stalls && sent >= m_size / 2) {
+        m_isStalled = m_stalls && sent >= m_size / 2;
+        if (m_isStalled) {
             std::this_thread::sleep_for(5ms);
             continue;
         }

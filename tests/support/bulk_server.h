@@ -24,6 +24,8 @@ public:
     QString url() const;
     // From now on a body stops at its half until it is let go.
     void stallAtHalf(bool stalls) { m_stalls = stalls; }
+    // Whether one has.
+    bool isStalled() const { return m_isStalled; }
 
 private:
     void serve();
@@ -34,6 +36,7 @@ private:
     int m_listener = -1;
     quint16 m_port = 0;
     std::atomic<bool> m_stalls = false;
+    std::atomic<bool> m_isStalled = false;
     std::atomic<bool> m_ends = false;
     std::thread m_thread;
 };
