@@ -68,8 +68,7 @@ int main(int argc, char* argv[])
         programs[i]->kill();
         programs[i]->waitForFinished();
     }
-    std::printf("idle window over %lu s: launcher %.2f %% of a core (aim: %.0f or less), empty "
-                "window %.2f %%\n",
-                measuredSeconds, percent[0], aimPercent, percent[1]);
+    measure::absolute("idle window, beside an empty one", percent[0], "% of a core", percent[1],
+                      aimPercent);
     return 0;
 }

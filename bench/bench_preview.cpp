@@ -145,9 +145,8 @@ void measureImport(const QByteArray& json)
     });
     const double import =
         medianOf(runs, [&] { return measure::milliseconds([&] { (void)importModel(json); }); });
-    std::printf("import and bake of 10,000 boxes: %.1f ms (aim: 100 or less); reading their JSON "
-                "alone: %.1f ms; ratio %.2f\n",
-                import, parse, import / parse);
+    measure::absolute("import and bake of 10,000 boxes, beside reading the JSON", import, "ms",
+                      parse, 100);
 }
 
 void measureFrame(const QByteArray& json)
@@ -166,9 +165,7 @@ void measureFrame(const QByteArray& json)
         bare = medianOf(frames, [&] { return cpuMilliseconds([&] { draw.frame(); }); });
     }
     preview.doneCurrent();
-    std::printf("preview frame of %d vertices at 560 x 640: %.2f ms of CPU; a bare draw of them: "
-                "%.2f ms; ratio %.2f (aim: 1.10 or less)\n",
-                preview.vertexCount(), ours, bare, ours / bare);
+    measure::ratio("preview frame at 560 x 640, beside a bare draw", ours, "ms of CPU", bare, 1.1);
 }
 
 } // namespace
