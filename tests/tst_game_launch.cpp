@@ -343,6 +343,35 @@ private Q_SLOTS:
         QCOMPARE(output(), expected);
     }
 
+    // What is announced follows before the event loop turns again.
+    void tellsHowManyLinesAreToCome()
+    {
+        QList<qsizetype> toCome;
+        int turns = 0;
+        QList<int> turnOf;
+        connect(m_manager.get(), &VersionManager::gameLog, this, [&] {
+            toCome.append(m_manager->linesToCome());
+            turnOf.append(turns);
+            QMetaObject::invokeMethod(
+                this, [&turns] { ++turns; }, Qt::QueuedConnection);
+        });
+        useScript("printf 'a\\n\\n b \\n\\nc\\n  '; cat " + makePipe() +
+                  " >/dev/null; seq 1000; printf 'an end'");
+        QVERIFY(m_manager->launch(version, nullptr, {}));
+        QTRY_COMPARE(lastEvent(), QStringLiteral("c"));
+        QCOMPARE(toCome, (QList<qsizetype>{0, 0, 2, 1, 0}));
+        releasePipe();
+        QTRY_COMPARE(lastEvent(), QStringLiteral("exit 0"));
+        QCOMPARE(m_events.at(m_events.size() - 3), QStringLiteral("an end"));
+        QCOMPARE(toCome.size(), 5 + 1000 + 2);
+        QCOMPARE(toCome.last(), 0);
+        for (qsizetype i = 0; i < toCome.size(); ++i) {
+            QVERIFY(i + toCome[i] < toCome.size());
+            QCOMPARE(toCome[i + toCome[i]], 0);
+            QCOMPARE(turnOf[i + toCome[i]], turnOf[i]);
+        }
+    }
+
     void survivesTenMegabytesInOneLine()
     {
         useScript("head -c 10485760 /dev/zero | tr '\\0' x");

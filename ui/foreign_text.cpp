@@ -7,6 +7,7 @@
 #include <QPlainTextEdit>
 #include <QTextBoundaryFinder>
 #include <QTextBrowser>
+#include <QTextCursor>
 #include <QVariant>
 
 using namespace Qt::StringLiterals;
@@ -293,7 +294,13 @@ void foreign_text::showArticle(QTextBrowser* browser, const QString& text)
 
 void foreign_text::appendTo(QPlainTextEdit* console, const QString& line)
 {
-    console->appendPlainText(consoleBlock(line));
+    QTextCursor cursor(console->document());
+    cursor.beginEditBlock(); // outside of one every step lays out its line
+    cursor.setPosition(console->document()->characterCount() - 1);
+    if (!console->document()->isEmpty())
+        cursor.insertBlock();
+    cursor.insertText(consoleBlock(line));
+    cursor.endEditBlock();
 }
 
 void foreign_text::addEntry(QComboBox* combo, const QString& text, const QVariant& data)

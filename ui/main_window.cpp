@@ -5,10 +5,10 @@
 #include "services/auth_client.h"
 #include "services/update_manager.h"
 #include "ui/banner_widget.h"
+#include "ui/console.h"
 #include "ui/elided_label.h"
 #include "ui/first_expose.h"
 #include "ui/focus_reveal.h"
-#include "ui/foreign_text.h"
 #include "ui/pages.h"
 #include "ui/profile_page.h"
 #include "ui/short_screen_area.h"
@@ -17,7 +17,6 @@
 
 #include <QComboBox>
 #include <QHBoxLayout>
-#include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScreen>
@@ -132,14 +131,9 @@ QWidget* MainWindow::buildBottomBar()
 
 void MainWindow::buildConsole()
 {
-    m_console = new QPlainTextEdit(this);
+    m_console = new Console(this);
     m_console->setObjectName(QStringLiteral("console"));
     m_console->setAccessibleName(QStringLiteral("Game console"));
-    m_console->setReadOnly(true);
-    m_console->setMaximumBlockCount(5000);
-    // Looking for the words of a line costs the square of its length: a game that prints megabytes
-    // without a blank would freeze the window.
-    m_console->setWordWrapMode(QTextOption::WrapAnywhere);
     QFont font(QStringLiteral("Consolas"));
     font.setStyleHint(QFont::Monospace, QFont::PreferDefault);
     m_console->setFont(font);
@@ -181,5 +175,5 @@ void MainWindow::appendConsole(const QString& line)
 {
     if (m_console->isHidden())
         m_console->show();
-    foreign_text::appendTo(m_console, line);
+    m_console->append(line, m_versions->linesToCome());
 }

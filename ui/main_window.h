@@ -4,6 +4,7 @@
 #include <QStringList>
 
 class AuthClient;
+class Console;
 class ElidedLabel;
 class ProfilePage;
 class QComboBox;
@@ -12,7 +13,6 @@ class QLabel;
 class QLineEdit;
 class QListWidget;
 class QListWidgetItem;
-class QPlainTextEdit;
 class QProgressBar;
 class QPushButton;
 class QSpinBox;
@@ -136,7 +136,7 @@ private:
     QPushButton* m_registerButton = nullptr;
     QLabel* m_authLabel = nullptr;
     QPushButton* m_logoutButton = nullptr;
-    QPlainTextEdit* m_console = nullptr;
+    Console* m_console = nullptr;
     QStackedWidget* m_pages = nullptr;
 
     QListWidget* m_newsList = nullptr;

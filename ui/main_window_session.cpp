@@ -1,6 +1,7 @@
 #include "app/settings.h"
 #include "services/account_session.h"
 #include "services/auth_client.h"
+#include "ui/console.h"
 #include "ui/elided_label.h"
 #include "ui/foreign_text.h"
 #include "ui/main_window.h"
@@ -10,7 +11,6 @@
 
 #include <QHBoxLayout>
 #include <QLineEdit>
-#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QVBoxLayout>

@@ -6,6 +6,9 @@
 
 #include <QDir>
 #include <QProcess>
+#include <QStringList>
+
+#include <utility>
 
 namespace {
 
@@ -44,6 +47,21 @@ QStringList commandLine(const QString& jarPath, const QList<QString>& extraArgs)
         (isJvmOption(arg) ? jvmOptions : gameOptions).append(arg);
     }
     return jvmOptions << QStringLiteral("-jar") << jarPath << gameOptions;
+}
+
+// Without those that are empty or blank.
+QStringList linesIn(QByteArrayView output)
+{
+    QStringList lines;
+    while (!output.isEmpty()) {
+        const qsizetype newline = output.indexOf('\n');
+        const qsizetype end = newline < 0 ? output.size() : newline;
+        QString line = QString::fromLocal8Bit(output.first(end)).trimmed();
+        if (!line.isEmpty())
+            lines.append(std::move(line));
+        output = output.sliced(qMin(end + 1, output.size()));
+    }
+    return lines;
 }
 
 } // namespace
@@ -101,9 +119,10 @@ bool VersionManager::launch(const QString& versionId, QString* error,
 // Lines are not joined across reads: a line that arrives in two is logged as two.
 void VersionManager::logOutput(QProcess* process)
 {
-    for (const QByteArray& piece : process->readAllStandardOutput().split('\n')) {
-        const QString line = QString::fromLocal8Bit(piece).trimmed();
-        if (!line.isEmpty())
-            Q_EMIT gameLog(line);
+    const QStringList lines = linesIn(process->readAllStandardOutput());
+    m_linesToCome = lines.size();
+    for (const QString& line : lines) {
+        --m_linesToCome;
+        Q_EMIT gameLog(line);
     }
 }

@@ -65,6 +65,9 @@ public:
     // *error (when given) to the text to show. The game's output and end arrive as gameLog and
     // gameExited; the process is killed with the manager.
     bool launch(const QString& versionId, QString* error, const QList<QString>& extraArgs);
+    // For a receiver of gameLog: how many more lines the game printed at once with this one. They
+    // follow before the event loop turns again.
+    qsizetype linesToCome() const { return m_linesToCome; }
 
 Q_SIGNALS:
     // The lists were replaced, from the cache file when the download gave nothing usable.
@@ -90,6 +93,7 @@ private:
     QNetworkAccessManager* m_network;
     QList<GameVersion> m_versions;
     QList<NewsItem> m_news;
+    qsizetype m_linesToCome = 0;
     Worker m_worker; // for manifests and jars
     std::unique_ptr<JarStore> m_jars;
 };
