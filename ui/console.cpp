@@ -37,6 +37,7 @@ void Console::paintEvent(QPaintEvent* event)
     QPlainTextEdit::paintEvent(event);
 }
 
+// The first lines come before the window has made room for the console.
 void Console::resizeEvent(QResizeEvent* event)
 {
     const bool atEnd = verticalScrollBar()->value() == m_end;
@@ -77,10 +78,8 @@ Console::Place Console::place() const
 {
     const QRectF last = blockBoundingGeometry(document()->lastBlock()).translated(contentOffset());
     const QTextBlock first = firstVisibleBlock();
-    // The end moves by itself when the bar first appears and takes width from long lines.
-    const int value = verticalScrollBar()->value();
-    const bool atEnd = value == m_end || last.bottom() <= viewport()->rect().bottom();
-    return {atEnd, first.blockNumber(), value - first.firstLineNumber()};
+    return {last.bottom() <= viewport()->rect().bottom(), first.blockNumber(),
+            verticalScrollBar()->value() - first.firstLineNumber()};
 }
 
 void Console::go(const Place& place)
