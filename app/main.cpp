@@ -5,8 +5,10 @@
 
 #include <QApplication>
 #include <QIcon>
+#include <QSslConfiguration>
 #include <QStyleFactory>
 #include <QSurfaceFormat>
+#include <QThreadPool>
 
 int main(int argc, char* argv[])
 {
@@ -21,6 +23,10 @@ int main(int argc, char* argv[])
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
     QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/icon.png")));
     application.setStyleSheet(launcherStyleSheet());
+
+    // Loading the TLS library takes as long as the fonts; the window's first request needs it, but
+    // building the window need not wait. The application's end waits for the pool.
+    QThreadPool::globalInstance()->start([] { QSslConfiguration::defaultConfiguration(); });
 
     MainWindow window;
     window.show();
