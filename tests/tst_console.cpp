@@ -109,7 +109,7 @@ private Q_SLOTS:
             for (; i < end; ++i) {
                 const QString line = lineNumber(i);
                 bare.append(line);
-                console()->append(line, end - i - 1);
+                console()->addLine(line, end - i - 1);
             }
             QCOMPARE(console()->blockCount(), bare.blockCount());
             QVERIFY(console()->toPlainText() == bare.toPlainText());
@@ -152,8 +152,8 @@ private Q_SLOTS:
         open();
         const auto add = [&](int from, int to) {
             for (int i = from; i < to; ++i)
-                console()->append(u"line %1 "_s.arg(i).repeated(wrapped ? 30 : 1),
-                                  (to - i - 1) % atOnce);
+                console()->addLine(u"line %1 "_s.arg(i).repeated(wrapped ? 30 : 1),
+                                   (to - i - 1) % atOnce);
             QTest::qWait(0);
         };
         add(0, 5'000);
@@ -176,7 +176,7 @@ private Q_SLOTS:
         open();
         const auto add = [this](int lines) {
             for (int i = 0; i < lines; ++i)
-                console()->append(u"line %1"_s.arg(i), lines - i - 1);
+                console()->addLine(u"line %1"_s.arg(i), lines - i - 1);
         };
         for (const int lines : {1, 3, 40, 400, 6'000, 1}) {
             add(lines);
@@ -198,9 +198,9 @@ private Q_SLOTS:
     {
         open();
         for (int i = 0; i < 5; ++i) {
-            console()->append(QString(20'000, u'x'), 0);
+            console()->addLine(QString(20'000, u'x'), 0);
             QTest::qWait(20);
-            console()->append(u"line"_s, 0);
+            console()->addLine(u"line"_s, 0);
             QCOMPARE(bar()->value(), bar()->maximum());
         }
         const int before = console()->width();
@@ -213,12 +213,12 @@ private Q_SLOTS:
     {
         open();
         for (int i = 0; i < 5'000; ++i)
-            console()->append(u"line %1"_s.arg(i), 4'999 - i);
+            console()->addLine(u"line %1"_s.arg(i), 4'999 - i);
         QTextCursor cursor(console()->document()->findBlockByNumber(3'000));
         cursor.movePosition(QTextCursor::EndOfBlock, QTextCursor::KeepAnchor);
         console()->setTextCursor(cursor);
         for (int i = 0; i < 2'000; ++i)
-            console()->append(u"more %1"_s.arg(i), i % 7);
+            console()->addLine(u"more %1"_s.arg(i), i % 7);
         QCOMPARE(console()->textCursor().selectedText(), u"line 3000"_s);
     }
 
@@ -276,7 +276,7 @@ private Q_SLOTS:
     {
         open();
         for (int i = 0; i < 100; ++i)
-            console()->append(lineNumber(i), 99 - i);
+            console()->addLine(lineNumber(i), 99 - i);
         QTest::qWait(50);
         const PaintsBehind paints(console()->viewport());
         for (int i = 0; i < 20; ++i) {

@@ -42,6 +42,7 @@ private Q_SLOTS:
         row("auto* label = new QLabel(error, page);", false);
         row("browser->setPlainText(news.body);", false);
         row("console->appendPlainText(line);", false);
+        row("cursor.insertText(line);", false);
         row("browser->append(line);", false);
         row("item->setData(Qt::DisplayRole, title);", false);
         row("form->addRow(title, field);", false);

@@ -47,7 +47,7 @@ void Console::resizeEvent(QResizeEvent* event)
 }
 
 // What the lines to come push out at once is never laid out. A pipe holds 32,000 short lines.
-void Console::append(const QString& line, qsizetype linesToCome)
+void Console::addLine(const QString& line, qsizetype linesToCome)
 {
     if (linesToCome < maxLines)
         m_coming.append(line);

@@ -13,7 +13,7 @@ public:
 
     // Lines that come at once are one change of the text. linesToCome says how many more of them
     // follow before the event loop turns again; with the last one all are there.
-    void append(const QString& line, qsizetype linesToCome);
+    void addLine(const QString& line, qsizetype linesToCome);
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -175,5 +175,5 @@ void MainWindow::appendConsole(const QString& line)
 {
     if (m_console->isHidden())
         m_console->show();
-    m_console->append(line, m_versions->linesToCome());
+    m_console->addLine(line, m_versions->linesToCome());
 }
