@@ -136,6 +136,20 @@ private Q_SLOTS:
         QCOMPARE(focused(), m_driver->selector());
     }
 
+    // PLAY goes and comes back while the keyboard is elsewhere.
+    void staysWhereItIsWhenPlayIsDisabled()
+    {
+        serveSilentDownload();
+        QWidget* list = m_driver->findWidget("newsList");
+        list->setFocus(Qt::TabFocusReason);
+        QVERIFY(QMetaObject::invokeMethod(&m_driver->window(), "onPlayClicked"));
+        QVERIFY(!m_driver->play()->isEnabled());
+        QCOMPARE(focused(), list);
+        Q_EMIT m_driver->versions().installFailed(u"cut"_s);
+        QVERIFY(m_driver->play()->isEnabled());
+        QCOMPARE(focused(), list);
+    }
+
     void leavesTheSelectorToTheMouse()
     {
         startDownloadByKeyboard();
@@ -392,13 +406,18 @@ private:
     }
 
     // A version whose jar never arrives: PLAY stays disabled.
-    void startDownloadByKeyboard()
+    void serveSilentDownload()
     {
         Settings::get().setJavaPath(u"/usr/bin/java"_s);
         const GameVersion version = m_driver->serveVersion(u"1.0"_s, "jar");
         m_driver->server().answer("/jars/1.0.jar", HttpAnswer::silence());
         m_driver->serveManifest({version});
         openSignedIn();
+    }
+
+    void startDownloadByKeyboard()
+    {
+        serveSilentDownload();
         m_driver->play()->setFocus(Qt::TabFocusReason);
         press(Qt::Key_Space);
         QCOMPARE(m_driver->status(), u"Downloading 1.0..."_s);
