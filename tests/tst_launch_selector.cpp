@@ -5,6 +5,7 @@
 #include "ui/main_window.h"
 #include "versions/version_manager.h"
 
+#include <QAbstractItemView>
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
@@ -13,6 +14,8 @@
 #include <QPushButton>
 #include <QTest>
 #include <QToolButton>
+
+#include <string>
 
 // What the launch selector offers, and which entry is the active one.
 class TestLaunchSelector : public QObject
@@ -72,6 +75,21 @@ private Q_SLOTS:
         m_driver->click(m_driver->nav("Profiles"));
         QCOMPARE(m_driver->selectorData(), (QStringList{QStringLiteral("A"), QString()}));
         QVERIFY(m_driver->play()->isEnabled());
+    }
+
+    void opensNoWiderForALongName()
+    {
+        serve({"1.0", std::string(200, 'v').c_str()});
+        m_driver->openAndWait();
+        const int closed = m_driver->selector()->width();
+        m_driver->selector()->showPopup();
+        QTest::qWait(0);
+        const int open = m_driver->selector()->view()->window()->width();
+        QVERIFY2(open >= closed && open <= 640, qPrintable(QString::number(open)));
+        // The rim above the first entry is no other colour.
+        const QImage list = m_driver->selector()->view()->window()->grab().toImage();
+        QCOMPARE(list.pixelColor(open / 2, 3), QColor(0x11, 0x16, 0x24));
+        m_driver->selector()->hidePopup();
     }
 
     void doesNothingOnPlayWhileTheSelectorIsEmpty()

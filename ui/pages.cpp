@@ -58,6 +58,9 @@ QListWidget* makeList(const QString& objectName, const QString& accessibleName, 
     return list;
 }
 
+// Wide enough for the names that people give.
+constexpr int maxListWidth = 640;
+
 QComboBox* makeCombo(const QString& objectName, QWidget* page)
 {
     auto* combo = new QComboBox(page);
@@ -65,6 +68,10 @@ QComboBox* makeCombo(const QString& objectName, QWidget* page)
     combo->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     combo->setMinimumContentsLength(20);
     qobject_cast<QListView*>(combo->view())->setUniformItemSizes(true);
+    combo->view()->setTextElideMode(Qt::ElideMiddle);
+    QWidget* frame = combo->view()->window();
+    frame->setMaximumWidth(maxListWidth);                        // it would take the whole screen
+    frame->setStyleSheet(QStringLiteral("background:#111624;")); // its rim is white otherwise
     return combo;
 }
 
