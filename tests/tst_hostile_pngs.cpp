@@ -9,6 +9,7 @@
 #include <QColorSpace>
 #include <QLabel>
 #include <QTest>
+#include <QtEndian>
 
 namespace {
 
@@ -36,6 +37,18 @@ QByteArray disagreement(const QByteArray& bytes)
     if (image.isNull() == taken)
         return taken ? "refused, though Qt takes it" : "taken, though Qt does not";
     return image == expected ? QByteArray() : QByteArray("other pixels");
+}
+
+// Whether a chunk's name uses what the format keeps for later: newer versions of libpng refuse it,
+// older ones and the launcher pass over the chunk.
+bool hasReservedName(const QByteArray& bytes)
+{
+    for (qsizetype at = 8; at + 8 <= bytes.size();) {
+        if (bytes.at(at + 6) & 0x20)
+            return true;
+        at += 12 + qFromBigEndian<quint32>(bytes.constData() + at);
+    }
+    return false;
 }
 
 } // namespace
@@ -66,6 +79,8 @@ private Q_SLOTS:
         const QList<File> files = hostile_pngs::mutated(6000);
         for (const File& file : files) {
             const QByteArray difference = disagreement(file.bytes);
+            if (difference == "taken, though Qt does not" && hasReservedName(file.bytes))
+                continue;
             const QByteArray said = file.name + ": " + difference + ' ' + file.bytes.toHex();
             QVERIFY2(difference.isEmpty(), said.constData());
             taken += decodePng(file.bytes).isNull() ? 0 : 1;

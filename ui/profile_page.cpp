@@ -87,6 +87,8 @@ public:
         QWindow* handle = m_window->windowHandle();
         if (!handle || m_window->internalWinId() == m_id)
             return;
+        // A maximized window would take the geometry for its maximized one.
+        handle->setWindowStates(Qt::WindowNoState);
         handle->setGeometry(m_geometry);
         handle->setWindowStates(m_states);
     }
