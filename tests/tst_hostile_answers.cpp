@@ -210,7 +210,7 @@ private:
         // The runtime has one address for all, and who meets a closed connection asks again.
         if (isRuntime && hostile.verdict != hostile::Verdict::Silent)
             (void)QTest::qWaitFor([&] { return outcome->successes + outcome->failures > 0; },
-                                  10'000);
+                                  60'000);
         return outcome;
     }
 
