@@ -210,7 +210,8 @@ void TestBackendWaits::answersFilesWhileOthersWait()
     // What they take while nothing hangs, on this machine now.
     for (int i = 0; i < 20; ++i)
         QVERIFY(askForBoth());
-    // A tenth of a second of a machine's own; two hashes take two cores, and other tests run beside.
+    // A tenth of a second of a machine's own; two hashes take two cores, and other tests run
+    // beside.
     const qint64 limit = std::max<qint64>(250, 5 * std::exchange(longest, 0));
 
     std::unique_ptr<WriteLock> database;

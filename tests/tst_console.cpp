@@ -326,18 +326,9 @@ private:
         QTest::qWait(0);
     }
 
-    Console* console()
-    {
-        return static_cast<Console*>(m_driver->findWidget("console"));
-    }
-    QScrollBar* bar()
-    {
-        return console()->verticalScrollBar();
-    }
-    QString topLine()
-    {
-        return console()->cursorForPosition(QPoint(1, 1)).block().text();
-    }
+    Console* console() { return static_cast<Console*>(m_driver->findWidget("console")); }
+    QScrollBar* bar() { return console()->verticalScrollBar(); }
+    QString topLine() { return console()->cursorForPosition(QPoint(1, 1)).block().text(); }
 
     // An installed version whose java is a shell script.
     void start(const QByteArray& commands)

@@ -352,8 +352,7 @@ private Q_SLOTS:
         connect(m_manager.get(), &VersionManager::gameLog, this, [&] {
             toCome.append(m_manager->linesToCome());
             turnOf.append(turns);
-            QMetaObject::invokeMethod(
-                this, [&turns] { ++turns; }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(this, [&turns] { ++turns; }, Qt::QueuedConnection);
         });
         useScript("printf 'a\\n\\n b \\n\\nc\\n  '; cat " + makePipe() +
                   " >/dev/null; seq 1000; printf 'an end'");

@@ -54,7 +54,7 @@ bool PageKeys::eventFilter(QObject* watched, QEvent* event)
     const bool plain = !(key->modifiers() & ~Qt::KeypadModifier);
     const bool escapes = key->key() == Qt::Key_Escape && m_onEscape;
     const bool onButton = qobject_cast<QAbstractButton*>(m_page->focusWidget());
-    if (!plain || !(escapes || (isReturn(*key) && !onButton)))
+    if (!plain || (!escapes && (!isReturn(*key) || onButton)))
         return false;
     if (!key->isAutoRepeat() && !m_composing)
         escapes ? m_onEscape() : m_onReturn();

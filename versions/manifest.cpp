@@ -87,10 +87,10 @@ Found find(const std::optional<QByteArray>& downloaded, const QString& cache)
     Found found;
     if (downloaded)
         found.manifest = manifestFrom(*downloaded);
-    if (found.manifest)
+    if (!found.manifest)
+        return {.manifest = manifestIn(cache), .fromCache = true};
+    if (downloaded)
         store(*downloaded, cache);
-    else
-        found = {.manifest = manifestIn(cache), .fromCache = true};
     return found;
 }
 

@@ -1,5 +1,6 @@
 #include "backend/data/database.h"
 
+#include "backend/base/log.h"
 #include "backend/base/outcome.h"
 
 #include <QSqlDriver>
@@ -249,8 +250,9 @@ Transaction::~Transaction()
 {
     try {
         rollback();
-    } catch (const Fault&) {
+    } catch (const Fault& fault) {
         // The connection is gone, and the transaction with it.
+        logging::error(fault.text());
     }
 }
 

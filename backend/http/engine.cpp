@@ -39,7 +39,7 @@ public:
     explicit Listener(const Options& options)
     try : m_options(options) {
         if constexpr (Client::isSecure)
-            m_secure = secureContext(options);
+            m_secure = std::make_unique<asio::ssl::context>(secureContext(options));
         const auto found = tcp::resolver(m_context).resolve(
             options.host.toStdString(), std::to_string(options.port), tcp::resolver::passive);
         // Not SO_REUSEPORT, with which a second server would share the port in silence.
@@ -135,7 +135,7 @@ private:
     }
 
     const Options m_options;
-    std::optional<asio::ssl::context> m_secure;
+    std::unique_ptr<asio::ssl::context> m_secure; // none: plain HTTP
     asio::io_context m_context{1};
     tcp::acceptor m_acceptor{m_context};
     std::multimap<QString, std::unique_ptr<Client>> m_clients; // by their networks

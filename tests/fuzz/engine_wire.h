@@ -52,9 +52,10 @@ public:
         {
             const auto start = [this, operation](auto handler) {
                 const auto [error, count] = operation();
-                boost::asio::post(get_executor(),
-                                  [handler = std::move(handler), error = error,
-                                   count = count]() mutable { std::move(handler)(error, count); });
+                boost::asio::post(get_executor(), [handler = std::move(handler), outcome = error,
+                                                   moved = count]() mutable {
+                    std::move(handler)(outcome, moved);
+                });
             };
             return boost::asio::async_initiate<Token, void(Error, size_t)>(start, token);
         }
