@@ -73,9 +73,9 @@ void raiseFileLimit(size_t connections)
 // from such requests to keep as much as the largest took, for each thread.
 void returnMemory()
 {
-    constexpr int bytes = 128 * 1024;
-    mallopt(M_MMAP_THRESHOLD, bytes);
-    mallopt(M_TRIM_THRESHOLD, bytes);
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    // Less would hand back and ask again with every TLS handshake.
+    mallopt(M_TRIM_THRESHOLD, 8 * 1024 * 1024);
 }
 
 // What browsers are told with every answer.
