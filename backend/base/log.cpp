@@ -16,6 +16,16 @@ using namespace Qt::StringLiterals;
 namespace {
 
 int accessLog = -1;
+QString accessLogPath; // empty: no file
+
+int openToAppend(const QString& path)
+{
+    const int handle = ::open(QFile::encodeName(path).constData(),
+                              O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
+    if (handle < 0)
+        throw Fault(u"cannot write "_s + path);
+    return handle;
+}
 
 void write(int handle, QJsonObject line)
 {
@@ -33,11 +43,22 @@ namespace logging {
 
 void openAccessLog(const QString& path)
 {
-    accessLog = path == "-"_L1 ? STDERR_FILENO
-                               : ::open(QFile::encodeName(path).constData(),
-                                        O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
-    if (accessLog < 0)
-        throw Fault(u"cannot write "_s + path);
+    if (path == "-"_L1) {
+        accessLog = STDERR_FILENO;
+        return;
+    }
+    accessLog = openToAppend(path);
+    accessLogPath = path;
+}
+
+void reopenAccessLog()
+{
+    if (accessLogPath.isEmpty())
+        return;
+    const int handle = openToAppend(accessLogPath);
+    // In one step, whoever is writing.
+    ::dup3(handle, accessLog, O_CLOEXEC);
+    ::close(handle);
 }
 
 void request(const Request& request)

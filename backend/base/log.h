@@ -23,6 +23,8 @@ struct Request
 // A file that lines are appended to, or "-" for standard error. Without it no requests are logged.
 // Throws Fault when the file cannot be written.
 void openAccessLog(const QString& path);
+// The same name anew, after the file was moved away. Throws Fault, and goes on with what it has.
+void reopenAccessLog();
 void request(const Request& request);
 void error(const QString& text);
 // Also when there is no memory to say it in: what ends in a log must not end the server.

@@ -12,10 +12,11 @@
 #include "backend/cli/command.h"
 #include "backend/cli/commands.h"
 #include "backend/cli/serve_options.h"
-#include "backend/cli/stop_signals.h"
+#include "backend/cli/signals.h"
 #include "backend/data/data_directory.h"
 #include "backend/data/health.h"
 #include "backend/looks/appearance.h"
+#include "backend/tls/certificate.h"
 #include "backend/upkeep/janitor.h"
 #include "backend/upkeep/sweep.h"
 
@@ -90,13 +91,30 @@ QList<server::Header> headersOfAll(bool isSecure)
     return headers;
 }
 
+// What stands in files and may be replaced while the server runs. What cannot be read stays as it
+// is.
+void reload(Certificate* certificate) noexcept
+{
+    try {
+        logging::reopenAccessLog();
+        if (certificate)
+            certificate->reload();
+    } catch (const std::exception& fault) {
+        logging::error(fault);
+    }
+}
+
 int serve(ServeOptions options)
 {
-    // Before any thread: they inherit that these signals wait for StopSignals.
-    StopSignals signals;
+    // Before any thread: they inherit that these signals wait for Signals.
+    Signals signals;
     if (!options.accessLog.isEmpty())
         logging::openAccessLog(options.accessLog);
-    options.network.headers = headersOfAll(!options.network.key.isEmpty());
+    const bool isSecure = !options.key.isEmpty();
+    if (isSecure)
+        options.network.certificate =
+            std::make_shared<Certificate>(options.certificate, options.key);
+    options.network.headers = headersOfAll(isSecure);
     const auto engine = server::Engine::make(options.network);
     raiseFileLimit(options.network.connections);
     returnMemory();
@@ -110,7 +128,8 @@ int serve(ServeOptions options)
     const Services services(database, data.store(), options);
     HttpApplication application(services.router(), options.bodies);
     const Janitor janitor([&data] { sweep::run(data.database(), data.store()); });
-    signals.onStop([&engine] { engine->stop(); });
+    signals.listen([&engine] { engine->stop(); },
+                   [certificate = options.network.certificate] { reload(certificate.get()); });
     command::print(u"Listening on "_s + origin);
     engine->run(application);
     return command::Success;

@@ -95,7 +95,7 @@ bool parseOrigin(QString text, QString& parsed)
 // Reads a number from `least` on; hands back what is wrong, or nothing.
 template <typename Number>
 QString parseNumber(const command::Options& options, const QString& name, Number& parsed,
-                    Number unit, int least = 1)
+                    std::type_identity_t<Number> unit, int least = 1)
 {
     bool isNumber = false;
     const int number = options.value(name).toInt(&isNumber);
@@ -126,12 +126,12 @@ QString parseBudgets(const command::Options& options, ServeOptions& parsed)
 QString parseLimits(const command::Options& options, ServeOptions& parsed)
 {
     server::Options& network = parsed.network;
-    QString wrong = parseNumber(options, u"max-connections"_s, network.connections, size_t(1));
+    QString wrong = parseNumber(options, u"max-connections"_s, network.connections, 1);
     const auto next = [&](const QString& name, auto& field, auto unit) {
         if (wrong.isEmpty())
             wrong = parseNumber(options, name, field, unit);
     };
-    next(u"max-address-connections"_s, network.connectionsOfAddress, size_t(1));
+    next(u"max-address-connections"_s, network.connectionsOfAddress, 1);
     next(u"max-body-memory"_s, parsed.bodies.process, mebibyte);
     next(u"max-account-body-memory"_s, parsed.bodies.account, mebibyte);
     int stall = 0;
@@ -158,7 +158,7 @@ QString check(const command::Options& options, ServeOptions& parsed)
     const bool anywhere = parsed.network.host == "0.0.0.0"_L1 || parsed.network.host == "::"_L1;
     if (anywhere && parsed.publicOrigin.isEmpty())
         return u"--public-origin is needed when listening on all addresses."_s;
-    if (parsed.network.certificate.isEmpty() != parsed.network.key.isEmpty())
+    if (parsed.certificate.isEmpty() != parsed.key.isEmpty())
         return u"--tls-certificate and --tls-key go together."_s;
     return parseLimits(options, parsed);
 }
@@ -174,8 +174,8 @@ std::variant<ServeOptions, int> ServeOptions::parse(const QStringList& words)
         return *over;
     ServeOptions parsed;
     parsed.data = options.dataLocation();
-    parsed.network.certificate = options.value(u"tls-certificate"_s);
-    parsed.network.key = options.value(u"tls-key"_s);
+    parsed.certificate = options.value(u"tls-certificate"_s);
+    parsed.key = options.value(u"tls-key"_s);
     parsed.accessLog = options.value(u"access-log"_s);
     parsed.network.trustedProxies =
         options.value(u"trusted-proxy"_s).split(u',', Qt::SkipEmptyParts);
@@ -188,5 +188,5 @@ QString ServeOptions::localOrigin(int port) const
 {
     const QString& host = network.host;
     const QString address = host.contains(u':') ? u"[%1]"_s.arg(host) : host;
-    return u"%1://%2:%3"_s.arg(network.key.isEmpty() ? u"http"_s : u"https"_s, address).arg(port);
+    return u"%1://%2:%3"_s.arg(key.isEmpty() ? u"http"_s : u"https"_s, address).arg(port);
 }

@@ -23,6 +23,8 @@ struct ServeOptions
     // Without a last slash; empty when not given.
     QString publicOrigin;
     QString filesOrigin;
+    QString certificate; // PEM files, both or neither: then plain HTTP
+    QString key;
     QString accessLog;
 
     // The options, or the exit code when the command is over already.

@@ -33,13 +33,12 @@ constexpr size_t turnBytes = 1024 * 1024;
 // keeps it until serve() ends. Nothing that needs a destructor is made within a co_await: g++ 12
 // would destroy it twice.
 template <typename Stream>
-class Connection
+class Connection : public std::enable_shared_from_this<Connection<Stream>>
 {
 public:
     static constexpr bool isPlain = std::is_same_v<Stream, tcp::socket>;
     static constexpr bool isSecure = requires(Stream stream) { stream.async_shutdown(token); };
 
-    // The last arguments make the stream.
     template <typename... Arguments>
     Connection(QString address, const Options& options, Application& application,
                Arguments&&... arguments)
@@ -50,7 +49,12 @@ public:
     {
     }
 
-    bool isLate() const { return m_deadline < Clock::now(); }
+    bool isLate() const { return m_deadline.load() < Clock::now(); }
+    void post(void (Connection::*what)())
+    {
+        asio::post(m_stream.get_executor(),
+                   [me = this->shared_from_this(), what] { (*me.*what)(); });
+    }
     void close()
     {
         error_code ignored;
@@ -118,13 +122,10 @@ private:
             m_isIdle = held == 0;
             if (m_isIdle && !m_keeps)
                 co_return false;
-            m_input.resize(held + 4096);
-            const auto room = asio::buffer(m_input) + held;
-            const auto [error, got] = co_await m_stream.async_read_some(room, token);
-            m_input.resize(held + got);
-            m_isIdle = false;
-            if (error)
+            if (std::get<0>(co_await asio::async_read(m_stream, asio::dynamic_buffer(m_input),
+                                                      asio::transfer_at_least(1), token)))
                 co_return false;
+            m_isIdle = false;
             if (held == 0)
                 allow(headTime);
         }
@@ -264,7 +265,7 @@ private:
     std::string m_input;
     RequestPtr m_request;
     Reply m_reply;
-    Clock::time_point m_deadline = Clock::time_point::max();
+    std::atomic<Clock::time_point> m_deadline = Clock::time_point::max();
     bool m_isIdle = false;
     bool m_isAnswering = false;
     bool m_keeps = true;

@@ -2,14 +2,17 @@
 
 #include "backend/message/reply.h"
 #include "backend/message/request.h"
+#include "backend/tls/certificate.h"
 
 #include <QStringList>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <thread>
 
 // An HTTP/1.1 server that knows nothing of what it serves.
 namespace server {
@@ -23,7 +26,8 @@ struct Answer
 };
 using AnswerPtr = std::shared_ptr<Answer>;
 
-// Called on the engine's thread, which must not be kept waiting: what blocks goes elsewhere.
+// Called on any of the engine's threads, which must not be kept waiting: what blocks goes
+// elsewhere.
 class Application
 {
 public:
@@ -38,10 +42,10 @@ struct Options
 {
     QString host = {};
     int port = 0;
-    QString certificate = {};                      // PEM files; none: plain HTTP
-    QString key = {};                              // PEM files; none: plain HTTP
+    std::shared_ptr<Certificate> certificate = {}; // none: plain HTTP
     QStringList trustedProxies = {};               // their X-Forwarded-For is believed
     QList<Header> headers = {};                    // of every answer
+    size_t threads = std::clamp<size_t>(std::thread::hardware_concurrency(), 1, 8);
     size_t connections = 4000;                     // more wait in the kernel's queue
     size_t connectionsOfAddress = 100;             // or IPv6 network; more are closed
     std::chrono::milliseconds body{15'000};        // for every 64 KiB of it
@@ -49,11 +53,11 @@ struct Options
     std::chrono::milliseconds application{10'000}; // then the answer is 503
 };
 
-// One thread for all clients: none of them holds it up, and every wait has a deadline.
+// A few threads share all clients: none of these holds one up, and every wait has a deadline.
 class Engine
 {
 public:
-    // Listens already. Throws Fault when it cannot, or when the certificate cannot be used.
+    // Listens already. Throws Fault when it cannot.
     static std::unique_ptr<Engine> make(const Options& options);
     virtual ~Engine() = default;
 

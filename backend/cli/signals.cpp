@@ -1,4 +1,4 @@
-#include "backend/cli/stop_signals.h"
+#include "backend/cli/signals.h"
 
 #include "backend/base/log.h"
 
@@ -11,12 +11,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-sigset_t stopSet()
+sigset_t awaited()
 {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGTERM);
     sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGHUP);
     // Wakes the waiter when nobody asked to stop.
     sigaddset(&set, SIGUSR1);
     return set;
@@ -24,9 +25,9 @@ sigset_t stopSet()
 
 } // namespace
 
-StopSignals::StopSignals()
+Signals::Signals()
 {
-    const sigset_t set = stopSet();
+    const sigset_t set = awaited();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     // A client that hangs up is an error of one write, not the end of the program.
     signal(SIGPIPE, SIG_IGN);
@@ -34,7 +35,7 @@ StopSignals::StopSignals()
     signal(SIGXFSZ, SIG_IGN);
 }
 
-StopSignals::~StopSignals()
+Signals::~Signals()
 {
     if (!m_waiter.joinable())
         return;
@@ -42,12 +43,13 @@ StopSignals::~StopSignals()
     m_waiter.join();
 }
 
-void StopSignals::onStop(std::function<void()> stop)
+void Signals::listen(std::function<void()> stop, std::function<void()> reload)
 {
-    m_waiter = std::thread([stop = std::move(stop)] {
-        const sigset_t set = stopSet();
+    m_waiter = std::thread([stop = std::move(stop), reload = std::move(reload)] {
+        const sigset_t set = awaited();
         int received = 0;
-        sigwait(&set, &received);
+        while (sigwait(&set, &received) == 0 && received == SIGHUP)
+            reload();
         if (received == SIGUSR1)
             return;
         stop();
