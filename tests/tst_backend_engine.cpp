@@ -33,6 +33,7 @@ private Q_SLOTS:
     void judgesTransfersByProgress();
     void endsWhatHasBegun();
     void dropsWorkThatNobodyWaitsFor();
+    void servesManyAtOnce();
 
 private:
     class Application;
@@ -64,6 +65,8 @@ public:
             throw std::bad_alloc();
         if (request->path == "/nothing")
             return;
+        if (request->path == "/echo")
+            return answer->give(server::Reply{.body = request->field("X-Number")});
         if (request->path == "/no reply")
             return answer->give({});
         lane.run(answer, [this, request, answer] {
@@ -207,6 +210,35 @@ void TestBackendEngine::dropsWorkThatNobodyWaitsFor()
     QTRY_VERIFY(ask("/").startsWith("HTTP/1.1 200"));
     // Begun: the first, and such as were answered.
     QVERIFY2(m_application->done <= 4, QByteArray::number(m_application->done).constData());
+}
+
+// On all of the engine's threads; nobody gets another one's answer, also while it stops.
+void TestBackendEngine::servesManyAtOnce()
+{
+    start({.host = u"127.0.0.1"_s, .threads = 4, .connectionsOfAddress = 1000});
+    std::atomic<int> served = 0;
+    std::atomic<int> wrong = 0;
+    const auto work = [this, &served, &wrong](int first) {
+        for (int number = first;; number += 2) {
+            const RawClient client(m_port);
+            for (int kept = 0; kept < 2; ++kept) {
+                const QByteArray mine = QByteArray::number(number + kept);
+                client.send("GET /echo HTTP/1.1\r\nHost: x\r\nX-Number: " + mine + "\r\n\r\n");
+                const QByteArray got = client.readUntil("\r\n\r\n" + mine);
+                if (got.isEmpty())
+                    return; // It has stopped.
+                ++(got.endsWith(QByteArray("\r\n\r\n" + mine)) ? served : wrong);
+            }
+        }
+    };
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 6; ++i)
+        clients.emplace_back(work, 1'000'000 * (i + 1));
+    QTRY_VERIFY(served > 1000 || wrong > 0);
+    m_engine->stop();
+    for (std::thread& client : clients)
+        client.join();
+    QCOMPARE(wrong, 0);
 }
 
 QTEST_GUILESS_MAIN(TestBackendEngine)

@@ -203,8 +203,9 @@ void TestBackendServe::answersHealth()
     QVERIFY(backend.start());
     QCOMPARE(raw_http::get(backend.port(), "/healthz").body, R"({"status":"ok"})");
     QVERIFY(backend.runSql(u"DROP TABLE catalogue"_s));
-    const RawReply ill = raw_http::get(backend.port(), "/healthz");
-    QCOMPARE(ill.status, 503);
+    // A busy machine may be told at first what was found before.
+    RawReply ill;
+    QTRY_COMPARE((ill = raw_http::get(backend.port(), "/healthz")).status, 503);
     QCOMPARE(ill.error(), u"The database does not answer."_s);
     // Whatever fails inside stays inside.
     const RawReply manifest = raw_http::get(backend.port(), "/manifest.json");
