@@ -14,6 +14,8 @@ endforeach()
 
 install(FILES ${CMAKE_SOURCE_DIR}/packaging/backend/tessellan-backend.service
     DESTINATION lib/systemd/system COMPONENT backend)
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/backend/tessellan-backend.logrotate
+    DESTINATION /etc/logrotate.d RENAME tessellan-backend COMPONENT backend)
 install(FILES ${papers}/copyright ${papers}/changelog.Debian.gz
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tessellan-backend COMPONENT backend)
 install(FILES ${papers}/tessellan-backend.1.gz

@@ -27,8 +27,9 @@ Built for ${debian_system}.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # What no library names: who makes the user, and the driver that Qt loads for the database.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "adduser, init-system-helpers (>= 1.52), libqt6sql6-sqlite")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libqt6sql6-psql, nginx, postgresql-client")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libqt6sql6-psql, logrotate, nginx, postgresql-client")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    ${CMAKE_SOURCE_DIR}/packaging/deb/conffiles
     ${CMAKE_SOURCE_DIR}/packaging/deb/postinst
     ${CMAKE_SOURCE_DIR}/packaging/deb/prerm
     ${CMAKE_SOURCE_DIR}/packaging/deb/postrm)

@@ -3,6 +3,7 @@
 #include "backend/accounts/accounts.h"
 #include "backend/accounts/passwords.h"
 #include "backend/data/database.h"
+#include "backend/data/unused_files.h"
 
 using namespace Qt::StringLiterals;
 
@@ -21,6 +22,19 @@ QList<ListedAccount> AccountAdmin::list(const QString& part)
     return accounts;
 }
 
+Outcome<QList<qint64>> AccountAdmin::sessions(const QString& name)
+{
+    const auto uuid = uuidOf(name);
+    if (!uuid)
+        return uuid.refusal();
+    QList<qint64> uses;
+    QSqlQuery row = m_database.run(
+        u"SELECT last_used FROM sessions WHERE account = ? ORDER BY last_used DESC"_s, {*uuid});
+    while (row.next())
+        uses.append(row.value(0).toLongLong());
+    return uses;
+}
+
 Outcome<Done> AccountAdmin::setDisabled(const QString& name, bool disabled)
 {
     Transaction transaction(m_database);
@@ -34,11 +48,12 @@ Outcome<Done> AccountAdmin::setDisabled(const QString& name, bool disabled)
     return Done();
 }
 
-Outcome<Done> AccountAdmin::resetPassword(const QString& name, const QString& password)
+Outcome<Done> AccountAdmin::resetPassword(const QString& name, const QString& password,
+                                          Passwords& passwords)
 {
     if (const auto refusal = Accounts::refusalOfPassword(password))
         return *refusal;
-    const auto hash = m_passwords.hash(password.toUtf8());
+    const auto hash = passwords.hash(password.toUtf8());
     if (!hash)
         throw Busy(u"too many passwords are being hashed"_s);
     Transaction transaction(m_database);
@@ -49,6 +64,25 @@ Outcome<Done> AccountAdmin::resetPassword(const QString& name, const QString& pa
                    {QString::fromLatin1(*hash), *uuid});
     endSessions(*uuid);
     transaction.commit();
+    return Done();
+}
+
+Outcome<Done> AccountAdmin::remove(const QString& name, const Store& store)
+{
+    Transaction transaction(m_database);
+    const auto uuid = uuidOf(name);
+    if (!uuid)
+        return uuid.refusal();
+    m_database.lockRow(u"accounts"_s, u"uuid"_s, *uuid);
+    const QVariantList looks =
+        m_database.row(u"SELECT skin, model FROM accounts WHERE uuid = ?"_s, {*uuid});
+    // The rest goes with it: see the schema.
+    m_database.run(u"DELETE FROM accounts WHERE uuid = ?"_s, {*uuid});
+    transaction.commit();
+    for (const QVariant& look : looks) {
+        if (!look.isNull())
+            unused_files::remove(m_database, store, look.toByteArray());
+    }
     return Done();
 }
 

@@ -24,6 +24,11 @@ qint64 now()
     return QDateTime::currentSecsSinceEpoch();
 }
 
+Refusal wrongNameOrPassword()
+{
+    return {401, u"Wrong username or password."_s};
+}
+
 Refusal nameTaken()
 {
     return {409, u"That username is taken."_s};
@@ -32,11 +37,6 @@ Refusal nameTaken()
 Refusal nameKept()
 {
     return {409, u"That username is kept for its former owner for a while."_s};
-}
-
-Refusal noSession()
-{
-    return {401, u"You are not logged in. Log in again."_s};
 }
 
 std::optional<Refusal> refusalOfName(const QString& name)
@@ -93,7 +93,7 @@ Outcome<Session> Accounts::registerAccount(const QString& name, const QString& p
     // Its owner may have given it up in between: only now can nobody do so any more.
     if (const auto refusal = refusalOfTaking(key, account.uuid))
         return *refusal;
-    Session session = startSession(account);
+    const Session session = *startSession(account);
     transaction.commit();
     return session;
 }
@@ -110,17 +110,18 @@ Outcome<Session> Accounts::login(const QString& name, const QString& password)
     if (!verified)
         return refusals::tooBusy();
     if (!*verified)
-        return Refusal{401, u"Wrong username or password."_s};
+        return wrongNameOrPassword();
     if (found[3].toBool())
         return Refusal{403, u"This account is disabled."_s};
     Transaction transaction(m_database);
-    Session session = startSession({found[0].toString(), found[1].toString()});
+    auto session = startSession({found[0].toString(), found[1].toString()});
+    if (!session)
+        return wrongNameOrPassword(); // Deleted in between.
     transaction.commit();
-    return session;
+    return *session;
 }
 
-// Within a transaction.
-Session Accounts::startSession(const Account& account)
+std::optional<Session> Accounts::startSession(const Account& account)
 {
     if (m_limits.sessions > 0) {
         m_database.lockRow(u"accounts"_s, u"uuid"_s, account.uuid);
@@ -133,9 +134,14 @@ Session Accounts::startSession(const Account& account)
     QByteArray random(32, '\0');
     randombytes_buf(random.data(), static_cast<size_t>(random.size()));
     const QByteArray token = random.toHex();
-    m_database.run(u"INSERT INTO sessions (token_hash, account, last_used) VALUES (?, ?, ?)"_s,
-                   {tokenHash(token), account.uuid, now()});
-    return {account, QString::fromLatin1(token)};
+    const QSqlQuery started =
+        m_database.run(u"INSERT INTO sessions (token_hash, account, last_used)"
+                       " SELECT CAST(? AS TEXT), uuid, CAST(? AS BIGINT) FROM accounts"
+                       " WHERE uuid = ?"_s,
+                       {tokenHash(token), now(), account.uuid});
+    if (started.numRowsAffected() != 1)
+        return {};
+    return Session{account, QString::fromLatin1(token)};
 }
 
 Outcome<Account> Accounts::byToken(const QByteArray& token)
@@ -145,7 +151,7 @@ Outcome<Account> Accounts::byToken(const QByteArray& token)
         " WHERE s.token_hash = ? AND s.last_used > ? AND a.disabled = 0"_s,
         {tokenHash(token), now() - sessionSeconds});
     if (found.isEmpty())
-        return noSession();
+        return refusals::noSession();
     const Account account{found[0].toString(), found[1].toString()};
     if (found[2].toLongLong() < now() - lastUseGrainSeconds)
         m_database.run(u"UPDATE sessions SET last_used = ? WHERE token_hash = ?"_s,
@@ -158,7 +164,7 @@ Outcome<Done> Accounts::logout(const QByteArray& token)
     const QSqlQuery ended =
         m_database.run(u"DELETE FROM sessions WHERE token_hash = ?"_s, {tokenHash(token)});
     if (ended.numRowsAffected() != 1)
-        return noSession();
+        return refusals::noSession();
     return Done();
 }
 
@@ -179,9 +185,11 @@ Outcome<Account> Accounts::rename(const Account& account, const QString& newName
     if (const int seconds = m_renames.spend(m_database, account.uuid, 1); seconds > 0)
         return refusals::tooMany(u"changes of the username"_s, seconds);
     m_database.lockRow(u"accounts"_s, u"uuid"_s, account.uuid);
-    const QString oldKey =
-        m_database.value(u"SELECT name_key FROM accounts WHERE uuid = ?"_s, {account.uuid})
-            .toString();
+    const QVariant old =
+        m_database.value(u"SELECT name_key FROM accounts WHERE uuid = ?"_s, {account.uuid});
+    if (!old.isValid())
+        return refusals::noSession(); // Deleted in between.
+    const QString oldKey = old.toString();
     try {
         m_database.run(u"UPDATE accounts SET name = ?, name_key = ? WHERE uuid = ?"_s,
                        {newName, key, account.uuid});

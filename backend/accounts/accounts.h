@@ -53,7 +53,8 @@ public:
     static std::optional<Refusal> refusalOfPassword(const QString& password);
 
 private:
-    Session startSession(const Account& account);
+    // Within a transaction; nothing when there is no such account.
+    std::optional<Session> startSession(const Account& account);
     std::optional<Refusal> refusalOfTaking(const QString& key, const QString& account);
 
     Database& m_database;

@@ -43,7 +43,8 @@ Outcome<Reply> upload(const Look& look, Appearance& appearance, const Call& call
     const auto accepted = look.accept(call.body);
     if (!accepted)
         return accepted.refusal();
-    appearance.set(look, call.account.uuid, *accepted);
+    if (const auto set = appearance.set(look, call.account.uuid, *accepted); !set)
+        return set.refusal();
     return reply::json({});
 }
 

@@ -25,6 +25,11 @@ Refusal tooMany(const QString& what, int seconds)
     return {429, u"Too many %1. Try again in %2."_s.arg(what, inWords(seconds)), {}, seconds};
 }
 
+Refusal noSession()
+{
+    return {401, u"You are not logged in. Log in again."_s};
+}
+
 Refusal tooBusy()
 {
     return {503, u"The server is busy. Try again in a moment."_s, {}, 1};

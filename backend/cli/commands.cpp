@@ -20,8 +20,9 @@ constexpr auto helpText =
     "  withdraw version|news|launcher|runtime\n"
     "                                     Offer it no more.\n"
     "  list                               Show what is published.\n"
-    "  accounts list|disable|enable|reset-password\n"
+    "  accounts list|sessions|disable|enable|reset-password|delete\n"
     "                                     Look after accounts.\n"
+    "  looks remove                       Take a skin or model away.\n"
     "  check                              Verify everything that is stored.\n"
     "  backup                             Copy everything, while the server runs.\n"
     "\n"
@@ -33,8 +34,8 @@ int dispatch(const QStringList& words)
     static const QHash<QString, int (*)(const QStringList&)> all{
         {u"serve"_s, &commands::serve},       {u"publish"_s, &commands::publish},
         {u"withdraw"_s, &commands::withdraw}, {u"list"_s, &commands::list},
-        {u"accounts"_s, &commands::accounts}, {u"check"_s, &commands::check},
-        {u"backup"_s, &commands::backup}};
+        {u"accounts"_s, &commands::accounts}, {u"looks"_s, &commands::looks},
+        {u"check"_s, &commands::check},       {u"backup"_s, &commands::backup}};
     const QString name = words.value(0);
     if (const auto found = all.constFind(name); found != all.constEnd())
         return (*found)(words.mid(1));

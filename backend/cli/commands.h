@@ -13,6 +13,7 @@ int publish(const QStringList& words);
 int withdraw(const QStringList& words);
 int list(const QStringList& words);
 int accounts(const QStringList& words);
+int looks(const QStringList& words);
 int check(const QStringList& words);
 int backup(const QStringList& words);
 

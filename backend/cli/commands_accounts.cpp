@@ -23,8 +23,7 @@ int listAccounts(const QStringList& words)
     if (const auto over = options.parse(words))
         return *over;
     DataDirectory data(options.dataLocation());
-    Passwords passwords;
-    const auto accounts = AccountAdmin(data.database(), passwords).list(options.value(u"match"_s));
+    const auto accounts = AccountAdmin(data.database()).list(options.value(u"match"_s));
     for (const ListedAccount& account : accounts) {
         const auto created = QDateTime::fromSecsSinceEpoch(account.created).toUTC();
         command::print(u"%1  %2  %3  %4 sessions%5"_s.arg(
@@ -44,13 +43,46 @@ int setDisabled(const QStringList& words, bool disabled)
     if (const auto over = options.parse(words))
         return *over;
     DataDirectory data(options.dataLocation());
-    Passwords passwords;
-    const auto done =
-        AccountAdmin(data.database(), passwords).setDisabled(options.word(), disabled);
+    const auto done = AccountAdmin(data.database()).setDisabled(options.word(), disabled);
     if (!done)
         return command::fail(done.refusal());
     command::print(
         u"The account %1 is %2."_s.arg(options.word(), disabled ? u"disabled"_s : u"enabled"_s));
+    return command::Success;
+}
+
+int listSessions(const QStringList& words)
+{
+    command::Options options(u"accounts sessions"_s,
+                             u"Lists when an account's sessions were last used, to the hour."_s);
+    options.addWord(u"NAME"_s, u"The account's name."_s);
+    if (const auto over = options.parse(words))
+        return *over;
+    DataDirectory data(options.dataLocation());
+    const auto sessions = AccountAdmin(data.database()).sessions(options.word());
+    if (!sessions)
+        return command::fail(sessions.refusal());
+    for (const qint64 lastUsed : *sessions)
+        command::print(
+            QDateTime::fromSecsSinceEpoch(lastUsed).toUTC().toString(u"yyyy-MM-dd hh:mm 'UTC'"_s));
+    command::print(u"The account %1 has %2 sessions."_s.arg(options.word()).arg(sessions->size()));
+    return command::Success;
+}
+
+int deleteAccount(const QStringList& words)
+{
+    command::Options options(
+        u"accounts delete"_s,
+        u"Deletes an account with its sessions, its skin and its model, for good. Anybody may "
+        "register its name afterwards."_s);
+    options.addWord(u"NAME"_s, u"The account's name."_s);
+    if (const auto over = options.parse(words))
+        return *over;
+    DataDirectory data(options.dataLocation());
+    const auto done = AccountAdmin(data.database()).remove(options.word(), data.store());
+    if (!done)
+        return command::fail(done.refusal());
+    command::print(u"The account %1 is deleted."_s.arg(options.word()));
     return command::Success;
 }
 
@@ -88,7 +120,7 @@ int resetPassword(const QStringList& words)
         password = generatePassword();
     }
     const auto done =
-        AccountAdmin(data.database(), passwords).resetPassword(options.word(), password);
+        AccountAdmin(data.database()).resetPassword(options.word(), password, passwords);
     if (!done)
         return command::fail(done.refusal());
     command::print(given
@@ -113,7 +145,12 @@ int accounts(const QStringList& words)
         return setDisabled(rest, false);
     if (what == "reset-password"_L1)
         return resetPassword(rest);
-    return command::group(u"accounts"_s, u"list|disable|enable|reset-password"_s, what);
+    if (what == "sessions"_L1)
+        return listSessions(rest);
+    if (what == "delete"_L1)
+        return deleteAccount(rest);
+    return command::group(u"accounts"_s, u"list|sessions|disable|enable|reset-password|delete"_s,
+                          what);
 }
 
 } // namespace commands

@@ -7,12 +7,25 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QUrl>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// Whether something that is made there would lie in `directory`, by whatever links.
+bool isWithin(QString path, const QString& directory)
+{
+    const QString whole = QFileInfo(directory).canonicalFilePath();
+    for (path = QFileInfo(path).absoluteFilePath(); !QDir(path).isRoot();
+         path = QFileInfo(path).absolutePath()) {
+        if (const QString found = QFileInfo(path).canonicalFilePath(); !found.isEmpty())
+            return QString(found + u'/').startsWith(whole + u'/');
+    }
+    return false;
+}
 
 // Every file that the database knows, copied under its own digest; a damaged one ends it.
 int copyFiles(Database& database, const Store& from, const Store& to)
@@ -87,6 +100,8 @@ int backup(const QStringList& words)
     const QString target = QDir::cleanPath(options.value(u"to"_s));
     if (QFile::exists(target))
         return command::fail(u"%1 exists already"_s.arg(target));
+    if (isWithin(target, options.dataLocation().directory))
+        return command::fail(u"%1 lies in the data directory itself"_s.arg(target));
 
     // What bears the name of a backup is a whole one.
     const QString partial = target + ".partial"_L1;

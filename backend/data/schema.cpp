@@ -65,7 +65,12 @@ QList<QStringList> migrations()
         u"CREATE INDEX accounts_by_model ON accounts(model)"_s,
         u"CREATE INDEX versions_by_file ON versions(file)"_s,
     };
-    return {first, second};
+    const QStringList third = {
+        // What the clock said at the last sweep. Nothing: there was none, and nobody was here.
+        u"CREATE TABLE clock (seen BIGINT)"_s,
+        u"INSERT INTO clock (seen) SELECT MAX(last_used) FROM sessions"_s,
+    };
+    return {first, second, third};
 }
 
 } // namespace schema

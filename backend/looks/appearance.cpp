@@ -27,13 +27,13 @@ Outcome<Done> Appearance::admit(const QString& account, qint64 bytes)
     return Done();
 }
 
-void Appearance::set(const Look& look, const QString& account, const QByteArray& content)
+Outcome<Done> Appearance::set(const Look& look, const QString& account, const QByteArray& content)
 {
     const StoreLock lock(m_store, StoreLock::Mode::Shared, Patience::Client);
     StoredFile file = m_store.add(content);
-    QByteArray unused;
+    std::optional<QByteArray> before;
     try {
-        unused = replace(look, account, file);
+        before = replace(look, account, file);
     } catch (const std::exception&) {
         // What PostgreSQL was asked to commit before it was lost may be committed yet.
         file.lock.reset();
@@ -43,19 +43,37 @@ void Appearance::set(const Look& look, const QString& account, const QByteArray&
     }
     // Others may be waiting for it while we wait for theirs.
     file.lock.reset();
-    if (!unused.isEmpty() && unused != file.sha256)
-        removeUnused(unused);
+    if (!before) {
+        removeUnused(file.sha256);
+        return refusals::noSession();
+    }
+    if (!before->isEmpty() && *before != file.sha256)
+        removeUnused(*before);
+    return Done();
 }
 
-// The digest of what it was before; empty when it was nothing.
-QByteArray Appearance::replace(const Look& look, const QString& account, const StoredFile& file)
+bool Appearance::remove(const Look& look, const QString& account)
+{
+    const auto before = replace(look, account, {});
+    if (!before || before->isEmpty())
+        return false;
+    removeUnused(*before);
+    return true;
+}
+
+std::optional<QByteArray> Appearance::replace(const Look& look, const QString& account,
+                                              const std::optional<StoredFile>& file)
 {
     Transaction transaction(m_database);
     m_database.lockRow(u"accounts"_s, u"uuid"_s, account);
     const auto before = find(look, account);
-    Store::note(m_database, file);
-    m_database.run(u"UPDATE accounts SET %1 = ? WHERE uuid = ?"_s.arg(look.name),
-                   {QString::fromLatin1(file.sha256), account});
+    if (file)
+        Store::note(m_database, *file);
+    const QSqlQuery set =
+        m_database.run(u"UPDATE accounts SET %1 = ? WHERE uuid = ?"_s.arg(look.name),
+                       {file ? QVariant(QString::fromLatin1(file->sha256)) : QVariant(), account});
+    if (set.numRowsAffected() != 1)
+        return {};
     transaction.commit();
     return before.value_or(QByteArray());
 }

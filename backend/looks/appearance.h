@@ -28,13 +28,18 @@ public:
     Outcome<Done> admit(const QString& account, qint64 bytes);
     // `content` as the look accepted it. Throws when nothing was changed; nothing is left then
     // either, unless PostgreSQL was lost meanwhile.
-    void set(const Look& look, const QString& account, const QByteArray& content);
+    Outcome<Done> set(const Look& look, const QString& account, const QByteArray& content);
+    // Whether there was one.
+    bool remove(const Look& look, const QString& account);
     // The digest of an account's file, or nothing: no such account, or none uploaded. The file may
     // be replaced, and gone, at any time after that.
     std::optional<QByteArray> find(const Look& look, const QString& account);
 
 private:
-    QByteArray replace(const Look& look, const QString& account, const StoredFile& file);
+    // The digest of what it was before, empty when it was nothing; nothing when the account is
+    // gone.
+    std::optional<QByteArray> replace(const Look& look, const QString& account,
+                                      const std::optional<StoredFile>& file);
     void removeUnused(const QByteArray& sha256);
 
     Database& m_database;
