@@ -151,6 +151,10 @@ void TestBackendAccounts::answersUnknownNameAndWrongPasswordAlike()
     const RawReply unknown = login(u"Unknown"_s, u"wrong password"_s);
     QCOMPARE(wrong.status, 401);
     QCOMPARE(wrong.error(), u"Wrong username or password."_s);
+    // Also what a database may not take for a text at all.
+    const RawReply impossible = login(u"a"_s + QChar(0) + u"b"_s);
+    QCOMPARE(impossible.status, 401);
+    QCOMPARE(impossible.body, wrong.body);
     QCOMPARE(unknown.status, wrong.status);
     QCOMPARE(unknown.body, wrong.body);
 }

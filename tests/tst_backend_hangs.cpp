@@ -21,6 +21,9 @@ private Q_SLOTS:
     void answersWhileDatabaseHangs_data();
     void answersWhileDatabaseHangs();
     void takesUpNewConnections();
+    void survivesRestartOfDatabase_data();
+    void survivesRestartOfDatabase();
+    void passesParametersOn();
 
 private:
     bool start();
@@ -195,6 +198,78 @@ void TestBackendHangs::takesUpNewConnections()
     QByteArrayList after;
     askAll(after);
     QCOMPARE(after.count("200"), 60);
+}
+
+void TestBackendHangs::survivesRestartOfDatabase_data()
+{
+    QTest::addColumn<int>("milliseconds");
+    QTest::newRow("over already") << 0;
+    QTest::newRow("takes a second") << 1000;
+}
+
+void TestBackendHangs::survivesRestartOfDatabase()
+{
+    QFETCH(int, milliseconds);
+    if (!BackendProcess::isOnPostgres())
+        QSKIP("SQLite has no connections");
+    QVERIFY(start());
+    const QByteArray credentials = R"({"username":"Waiting","password":"correct horse"})";
+    const auto ask = [this, credentials](int number) -> QByteArray {
+        if (number == 0)
+            return "GET /manifest.json HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n";
+        return post(number == 1 ? "/auth/login" : "/auth/register", {},
+                    QByteArray(credentials)
+                        .replace("Waiting", QByteArray("Name" + QByteArray::number(number))))
+            .replace("Host: x", "Host: x\r\nConnection: close");
+    };
+    const auto answers = [&] {
+        std::vector<std::unique_ptr<RawClient>> clients;
+        for (int i = 0; i < 12; ++i) {
+            clients.push_back(std::make_unique<RawClient>(m_backend->port()));
+            clients.back()->send(ask(i % 3));
+        }
+        if (milliseconds > 0) {
+            QTest::qWait(milliseconds);
+            m_proxy->freeze(FreezingProxy::Frozen::Nothing);
+        }
+        QList<int> counts(600, 0);
+        for (const auto& client : clients)
+            ++counts[client->readAll().mid(9, 3).toInt()];
+        return counts;
+    };
+    // Every thread of the server has a connection.
+    const QList<int> before = answers();
+    QCOMPARE(before[200] + before[401] + before[409] + before[429], 12);
+    m_proxy->freeze(FreezingProxy::Frozen::Gone);
+    if (milliseconds == 0)
+        m_proxy->freeze(FreezingProxy::Frozen::Nothing);
+    const QList<int> after = answers();
+    QCOMPARE(after[500], 0);
+    QCOMPARE(after[503], 0);
+    QCOMPARE(after[200] + after[401] + after[409] + after[429], 12);
+}
+
+// The address is libpq's as a whole: what it says must not get lost, least of all about TLS.
+void TestBackendHangs::passesParametersOn()
+{
+    if (!BackendProcess::isOnPostgres())
+        QSKIP("SQLite has no address");
+    BackendProcess backend;
+    const QString database = backend.databaseLocation();
+    const auto open = [&](const QString& parameters) {
+        return BackendProcess::runProgram({u"list"_s, u"--data"_s, backend.data(), u"--database"_s,
+                                           QString(database + u'?' + parameters)});
+    };
+    QVERIFY(backend.start());
+    QCOMPARE(open(u"application_name=it%27s%20a%20%5C%20name&connect_timeout=3"_s).exitCode, 0);
+    // This PostgreSQL has no TLS.
+    const auto refused = open(u"sslmode=require"_s);
+    QCOMPARE(refused.exitCode, 1);
+    QVERIFY2(refused.errors.contains("SSL"), refused.errors.constData());
+    const auto unknown = open(u"sslmod=require"_s);
+    QCOMPARE(unknown.exitCode, 1);
+    QVERIFY2(unknown.errors.contains("sslmod"), unknown.errors.constData());
+    QCOMPARE(open(u"application_name=a%3Bsslmode=disable"_s).exitCode, 1);
 }
 
 QTEST_GUILESS_MAIN(TestBackendHangs)

@@ -100,9 +100,13 @@ Outcome<Session> Accounts::registerAccount(const QString& name, const QString& p
 
 Outcome<Session> Accounts::login(const QString& name, const QString& password)
 {
-    const QVariantList found = m_database.row(
-        u"SELECT uuid, name, password_hash, disabled FROM accounts WHERE name_key = ?"_s,
-        {name.toLower()});
+    // What no name can be, a database may not even take for a text.
+    const QVariantList found =
+        refusalOfName(name)
+            ? QVariantList()
+            : m_database.row(
+                  u"SELECT uuid, name, password_hash, disabled FROM accounts WHERE name_key = ?"_s,
+                  {name.toLower()});
     const QByteArray given = password.toUtf8();
     // An unknown name costs the same hash as a wrong password and gets the same answer.
     const auto verified = found.isEmpty() ? m_passwords.verifyNobody(given)

@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QUrl>
+#include <QUrlQuery>
 
 using namespace Qt::StringLiterals;
 
@@ -51,8 +52,13 @@ void dumpPostgres(const QString& database, const QString& file)
     QUrl url(database);
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     // The words of a process are for everybody to read, its environment is not.
-    if (!url.password().isEmpty())
-        environment.insert(u"PGPASSWORD"_s, url.password(QUrl::FullyDecoded));
+    QUrlQuery parameters(url);
+    const QString given = parameters.queryItemValue(u"password"_s, QUrl::FullyDecoded);
+    const QString password = given.isEmpty() ? url.password(QUrl::FullyDecoded) : given;
+    if (!password.isEmpty())
+        environment.insert(u"PGPASSWORD"_s, password);
+    parameters.removeAllQueryItems(u"password"_s);
+    url.setQuery(parameters);
     url.setPassword({});
     QProcess dump;
     dump.setProcessEnvironment(environment);

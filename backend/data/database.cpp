@@ -2,14 +2,14 @@
 
 #include "backend/base/log.h"
 #include "backend/base/outcome.h"
+#include "backend/data/postgres.h"
 
-#include <QSqlDriver>
+#include <QScopeGuard>
+#include <QSet>
 #include <QSqlError>
 #include <QSqlRecord>
 #include <QThread>
 #include <QUrl>
-
-#include <dlfcn.h>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -40,6 +40,13 @@ private:
 };
 
 thread_local ThreadConnections threadConnections;
+thread_local QSet<const Database*> withinTransaction;
+
+// PostgreSQL is gone, or was: nothing of what was asked is done, or nobody knows.
+struct Lost : Busy
+{
+    using Busy::Busy;
+};
 
 QString connectionName(const Database* database)
 {
@@ -56,30 +63,6 @@ QString connectionName(const Database* database)
     if (busy.contains(error.nativeErrorCode()))
         throw Busy(text);
     throw Fault(text);
-}
-
-// Whether PostgreSQL said so itself, and not that it goes: a server that was restarted leaves a
-// dead connection behind.
-bool isOfLivingServer(const QSqlError& error)
-{
-    const QString code = error.nativeErrorCode();
-    return !code.isEmpty() && !code.startsWith("57P"_L1) && !code.startsWith("08"_L1);
-}
-
-// Qt's driver does not tell the socket, libpq does. The driver has loaded it already.
-int socketOf(const QSqlDatabase& connection)
-{
-    using Ask = int (*)(const void* connection);
-    static const auto ask = [] {
-        void* const library = ::dlopen("libpq.so.5", RTLD_LAZY);
-        return library ? reinterpret_cast<Ask>(::dlsym(library, "PQsocket")) : nullptr;
-    }();
-    // Qt documents the one name of the type and gives the other.
-    const QVariant handle = connection.driver()->handle();
-    const QByteArray type = handle.typeName();
-    if (!ask || (type != "PGconn*" && type != "pg_conn*"))
-        throw Fault(u"the database driver has no libpq connection"_s);
-    return ask(*static_cast<const void* const*>(handle.constData()));
 }
 
 } // namespace
@@ -124,12 +107,12 @@ void Database::open(QSqlDatabase& connection) const
         connection.setDatabaseName(url.path().mid(1));
         connection.setUserName(url.userName(QUrl::FullyDecoded));
         connection.setPassword(url.password(QUrl::FullyDecoded));
-        connection.setConnectOptions(u"connect_timeout=5;keepalives_idle=30"_s);
+        connection.setConnectOptions(postgres::connectOptions(url));
     } else {
         connection.setDatabaseName(m_location);
     }
     if (!connection.open() && m_postgres)
-        throw Busy(u"database: "_s + connection.lastError().text().simplified());
+        throw Lost(u"database: "_s + connection.lastError().text().simplified());
     if (!connection.isOpen())
         raise(connection.lastError());
     // FULL, because an answered registration must survive a power cut, not only a crash.
@@ -149,6 +132,27 @@ void Database::open(QSqlDatabase& connection) const
 
 QSqlQuery Database::run(const QString& sql, const QVariantList& values)
 {
+    const auto giveUp = std::chrono::steady_clock::now() + 2s;
+    for (;;) {
+        try {
+            return runOnce(sql, values);
+        } catch (const Lost&) {
+            if (!mayTryAgain(sql) || std::chrono::steady_clock::now() > giveUp)
+                throw;
+        }
+        std::this_thread::sleep_for(100ms);
+    }
+}
+
+// Within a transaction what was done before is lost, too.
+bool Database::mayTryAgain(const QString& sql) const
+{
+    return m_patience == Patience::Client && !withinTransaction.contains(this) &&
+           (sql.startsWith("SELECT "_L1) || sql == "BEGIN"_L1);
+}
+
+QSqlQuery Database::runOnce(const QString& sql, const QVariantList& values)
+{
     QSqlDatabase held = connection();
     QSqlQuery query(held);
     // PostgreSQL's driver would wait for every row anew, outside of the watch.
@@ -157,10 +161,10 @@ QSqlQuery Database::run(const QString& sql, const QVariantList& values)
     {
         std::optional<Watchdog::Watch> watch;
         if (m_postgres && m_patience == Patience::Client)
-            watch.emplace(m_watchdog, socketOf(held));
+            watch.emplace(m_watchdog, postgres::socketOf(held));
         if (execute(query, sql, values))
             return query;
-        isAlive = !m_postgres || isOfLivingServer(query.lastError());
+        isAlive = !m_postgres || postgres::isOfLivingServer(query.lastError());
     }
     fail(held, query.lastError(), isAlive);
 }
@@ -186,7 +190,7 @@ void Database::fail(QSqlDatabase& held, const QSqlError& error, bool isAlive)
         raise(error);
     // The next use opens a new one.
     held.close();
-    throw Busy(u"the database is lost: "_s + error.text().simplified());
+    throw Lost(u"the database is lost: "_s + error.text().simplified());
 }
 
 QVariantList Database::row(const QString& sql, const QVariantList& values)
@@ -244,10 +248,12 @@ Transaction::Transaction(Database& database) : m_database(database)
     // IMMEDIATE: a transaction that reads first and writes later would otherwise fail at once when
     // another has written in between, whatever the busy timeout.
     m_database.run(database.isPostgres() ? u"BEGIN"_s : u"BEGIN IMMEDIATE"_s);
+    withinTransaction.insert(&m_database);
 }
 
 Transaction::~Transaction()
 {
+    const auto leave = qScopeGuard([this] { withinTransaction.remove(&m_database); });
     try {
         rollback();
     } catch (const Fault& fault) {
@@ -261,10 +267,12 @@ void Transaction::rollback()
     // Without its connection the transaction is gone already.
     if (std::exchange(m_open, false) && m_database.isConnected())
         m_database.run(u"ROLLBACK"_s);
+    withinTransaction.remove(&m_database);
 }
 
 void Transaction::commit()
 {
     m_database.run(u"COMMIT"_s);
     m_open = false;
+    withinTransaction.remove(&m_database);
 }

@@ -18,7 +18,8 @@
 class Database
 {
 public:
-    // `location` is the path of an SQLite file, or a postgresql:// address.
+    // `location` is the path of an SQLite file, or a postgresql:// address, whose parameters are
+    // libpq's ("?sslmode=verify-full").
     explicit Database(QString location, Patience patience = Patience::Endless);
     ~Database();
     Q_DISABLE_COPY_MOVE(Database)
@@ -27,7 +28,8 @@ public:
     // a database that has seen more steps than these.
     void migrate(const QList<QStringList>& steps);
 
-    // Prepares and runs one statement on the calling thread's connection.
+    // Prepares and runs one statement on the calling thread's connection. With a client's patience
+    // what changes nothing is tried again for two seconds when PostgreSQL is lost: it restarts.
     QSqlQuery run(const QString& sql, const QVariantList& values = {});
     // The first row, or nothing. Unlike a query that is kept, it leaves no read open, after which
     // SQLite would refuse a write as soon as somebody else has written in between.
@@ -45,6 +47,8 @@ public:
 private:
     friend class Transaction;
 
+    QSqlQuery runOnce(const QString& sql, const QVariantList& values);
+    bool mayTryAgain(const QString& sql) const;
     QSqlDatabase connection();
     bool isConnected() const;
     void open(QSqlDatabase& connection) const;

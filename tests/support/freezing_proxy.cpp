@@ -62,7 +62,7 @@ void FreezingProxy::accept()
     // Where nobody is, the first word that is passed on finds that out.
     [[maybe_unused]] const int refused =
         ::connect(pair.target, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    pair.isFrozen = m_frozen == Frozen::Everything;
+    pair.isFrozen = m_frozen == Frozen::Everything || m_frozen == Frozen::Gone;
     m_pairs.push_back(pair);
 }
 
@@ -92,7 +92,7 @@ void FreezingProxy::work()
         ::poll(all.data(), all.size(), 10);
         std::erase_if(m_pairs, [&](const Pair& pair) {
             const bool lives =
-                pair.isFrozen ? frozen != Frozen::Nothing
+                pair.isFrozen ? frozen != Frozen::Nothing && frozen != Frozen::Gone
                               : pass(pair.client, pair.target) && pass(pair.target, pair.client);
             if (!lives) {
                 ::close(pair.client);

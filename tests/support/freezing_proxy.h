@@ -18,7 +18,8 @@ public:
 
     quint16 port() const { return m_port; }
 
-    enum class Frozen { Nothing, ConnectionsOfNow, Everything };
+    // Gone: every connection is closed, and each new one at once.
+    enum class Frozen { Nothing, ConnectionsOfNow, Everything, Gone };
     // Connections that were frozen once are closed when nothing is frozen any more.
     void freeze(Frozen what);
 
