@@ -12,9 +12,10 @@
 UpdateDownload::UpdateDownload(QObject* parent)
     : QObject(parent), m_staging(new UpdateStaging(this))
 {
-    connect(m_staging, &UpdateStaging::failed, this, [this] {
-        fail(m_fullArchive ? QStringLiteral("Could not stage full update")
-                           : QStringLiteral("Could not stage update"));
+    connect(m_staging, &UpdateStaging::failed, this, &UpdateDownload::failStaging);
+    connect(m_staging, &UpdateStaging::unfit, this, [this](const QString& lack) {
+        Q_EMIT unfit(lack);
+        failStaging();
     });
     connect(m_staging, &UpdateStaging::differs, this, &UpdateDownload::failMismatch);
     connect(m_staging, &UpdateStaging::restarting, this, [this] {
@@ -57,6 +58,12 @@ void UpdateDownload::start(QNetworkAccessManager* network, const QString& url,
 void UpdateDownload::failMismatch()
 {
     fail(QStringLiteral("Checksum mismatch on launcher update"));
+}
+
+void UpdateDownload::failStaging()
+{
+    fail(m_fullArchive ? QStringLiteral("Could not stage full update")
+                       : QStringLiteral("Could not stage update"));
 }
 
 void UpdateDownload::fail(const QString& error)

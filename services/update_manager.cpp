@@ -5,6 +5,7 @@
 #include "services/http.h"
 #include "services/sha256.h"
 #include "services/update_download.h"
+#include "services/update_staging.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -132,6 +133,12 @@ void UpdateManager::download(const QString& url, const QString& sha256, const QS
     auto* job = new UpdateDownload(this);
     connect(job, &UpdateDownload::progress, this, &UpdateManager::updateProgress);
     connect(job, &UpdateDownload::failed, this, &UpdateManager::updateFailed);
-    connect(job, &UpdateDownload::ready, this, [this, version] { Q_EMIT updateReady(version); });
+    connect(job, &UpdateDownload::unfit, this,
+            [this, version](const QString& lack) { m_tellUnfit(version, lack); });
+    connect(job, &UpdateDownload::ready, this, [this, version] {
+        connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
+                &UpdateStaging::makeStagedRunnable);
+        Q_EMIT updateReady(version);
+    });
     job->start(m_network, url, sha256, fullArchive);
 }

@@ -16,6 +16,10 @@ class QNetworkAccessManager;
 // updateReady the receiver ends the program; a shell script waits for that, swaps the executables
 // and starts the new one.
 //
+// A build that would not start here, for want of a library for one, is not staged, and fails as
+// what could not be staged does. What whenUnfit was given is called right before, with words for
+// the player, whom updateFailed does not reach.
+//
 // updateFailed carries the network layer's text, "Checksum mismatch on launcher update", "Could not
 // stage update" or, for a full archive, "Could not stage full update".
 class UpdateManager : public QObject
@@ -26,6 +30,10 @@ public:
     explicit UpdateManager(QObject* parent = nullptr);
 
     void checkForUpdate();
+
+    using TellUnfit = std::function<void(const QString& version, const QString& lack)>;
+    // `lack` says why in words: "libx.so.1 is missing". Before checkForUpdate().
+    void whenUnfit(TellUnfit tell) { m_tellUnfit = std::move(tell); }
 
     // Negative, zero or positive: the difference of the first parts that differ. Missing parts and
     // parts that are not numbers count as 0.
@@ -60,5 +68,6 @@ private:
                   bool fullArchive);
 
     QNetworkAccessManager* m_network;
+    TellUnfit m_tellUnfit = [](const QString&, const QString&) {};
     Worker m_worker; // last: it uses nothing of the others once they are gone
 };

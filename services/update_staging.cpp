@@ -1,5 +1,7 @@
 #include "services/update_staging.h"
 
+#include "services/elf_head.h"
+#include "services/loader_trial.h"
 #include "services/sha256.h"
 #include "services/slices.h"
 #include "services/staged_file.h"
@@ -13,10 +15,13 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -156,7 +161,11 @@ UpdateStaging::UpdateStaging(QObject* parent)
 {
 }
 
-UpdateStaging::~UpdateStaging() = default;
+UpdateStaging::~UpdateStaging()
+{
+    if (m_isTrying)
+        QFile::remove(stagedPath());
+}
 
 void UpdateStaging::add(const QByteArray& piece, std::function<void()> next)
 {
@@ -170,9 +179,9 @@ void UpdateStaging::add(const QByteArray& piece, std::function<void()> next)
 
 void UpdateStaging::finish(const QString& sha256)
 {
-    m_worker.run(
-        [exe = m_exe, sha256](const std::stop_token& stop) { return exe->finish(sha256, stop); },
-        [this](Outcome outcome) { report(outcome); });
+    m_worker.run([exe = m_exe, sha256](
+                     const std::stop_token& stop) { return judged(exe->finish(sha256, stop)); },
+                 [this](const Staged& staged) { report(staged); });
 }
 
 void UpdateStaging::stageZip(const QByteArray& archive)
@@ -189,22 +198,81 @@ void UpdateStaging::stageZip(const QByteArray& archive)
             while (state == zip::UnpackingOver::State::Working && !stop.stop_requested())
                 state = unpacking.step();
             if (!unpacking.kept() || state != zip::UnpackingOver::State::Done)
-                return Outcome::Failed;
+                return Staged();
             exe->add(*unpacking.kept(), stop);
-            return exe->finish({}, stop);
+            return judged(exe->finish({}, stop));
         },
-        [this](Outcome outcome) { report(outcome); });
+        [this](const Staged& staged) { report(staged); });
 }
 
-void UpdateStaging::report(Outcome outcome)
+// What the system looks at before it asks the loader. What is no ELF file, a script for one, is
+// nothing that can be judged; nor is what another loader than the running program's would load.
+UpdateStaging::Staged UpdateStaging::judged(Outcome outcome)
 {
-    if (outcome == Outcome::Differs) {
+    const auto head = outcome == Outcome::Kept ? ElfHead::of(stagedPath()) : std::nullopt;
+    const auto running = head ? ElfHead::of(runningExe()) : std::nullopt;
+    if (!running)
+        return {outcome, {}, {}};
+    if (head->machine != running->machine)
+        return {outcome, u"it is made for another machine"_s, {}};
+    if (!head->isWhole)
+        return {outcome, u"its file is cut short"_s, {}};
+    const QString loader = QFile::decodeName(head->interpreter);
+    if (loader.startsWith(u'/') && !QFile::exists(loader))
+        return {outcome, loader + u" is missing"_s, {}};
+    const bool canBeAsked = !loader.isEmpty() && head->interpreter == running->interpreter;
+    return {outcome, {}, canBeAsked ? loader : QString()};
+}
+
+void UpdateStaging::report(const Staged& staged)
+{
+    if (staged.outcome == Outcome::Differs)
         Q_EMIT differs();
-    } else if (outcome == Outcome::Kept && startScript()) {
+    else if (staged.outcome == Outcome::Failed)
+        Q_EMIT failed();
+    else if (!staged.lack.isEmpty())
+        refuse(staged.lack);
+    else if (!staged.loader.isEmpty())
+        tryWith(staged.loader);
+    else
+        restart();
+}
+
+// An update brings the executable alone. One that needs other libraries than there are would be
+// swapped in all the same, and nothing would start any more that could put it right.
+void UpdateStaging::tryWith(const QString& loader)
+{
+    auto* trial = new LoaderTrial(this);
+    connect(trial, &LoaderTrial::finished, this, [this, trial](const QString& lack) {
+        trial->deleteLater();
+        m_isTrying = false;
+        if (lack.isEmpty())
+            restart();
+        else
+            refuse(lack);
+    });
+    m_isTrying = true;
+    trial->start(loader, stagedPath());
+}
+
+void UpdateStaging::refuse(const QString& lack)
+{
+    QFile::remove(stagedPath());
+    Q_EMIT unfit(lack);
+}
+
+void UpdateStaging::restart()
+{
+    if (startScript()) {
         Q_EMIT restarting();
     } else {
-        if (outcome == Outcome::Kept)
-            QFile::remove(stagedPath());
+        QFile::remove(stagedPath());
         Q_EMIT failed();
     }
+}
+
+void UpdateStaging::makeStagedRunnable()
+{
+    QFile staged(stagedPath());
+    staged.setPermissions(staged.permissions() | QFile::ExeOwner);
 }

@@ -6,12 +6,17 @@
 
 #include <QComboBox>
 #include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <elf.h>
 
 // What each signal of the services shows. The signals are emitted by hand; how the services come to
 // emit them is tested with the services.
@@ -179,6 +184,32 @@ private Q_SLOTS:
         QVERIFY(m_driver->play()->isEnabled());
     }
 
+    void saysWhyAnUpdateWouldNotStart()
+    {
+        const auto words = QStringLiteral("Launcher 1.0.17 would not start here: it is made for "
+                                          "another machine - install its archive");
+        refuseAnUpdate();
+        QTRY_COMPARE(m_driver->status(), words);
+        QVERIFY(progress()->isHidden());
+        // The list of versions comes after it, and is asked for again later.
+        Q_EMIT versions().manifestReady(false);
+        QCOMPARE(m_driver->status(), QString(u"0 versions available; " + words));
+        Q_EMIT versions().manifestReady(false);
+        QCOMPARE(m_driver->status(), QStringLiteral("0 versions available"));
+        refuseAnUpdate();
+        QTRY_COMPARE(m_driver->status(), words);
+        Q_EMIT versions().manifestReady(false);
+        QCOMPARE(m_driver->status(), QStringLiteral("0 versions available"));
+    }
+
+    void leavesTheProgressOfAnotherTask()
+    {
+        m_driver->play()->setEnabled(false);
+        refuseAnUpdate();
+        QTRY_VERIFY(m_driver->status().startsWith(u"Launcher 1.0.17 would"));
+        QVERIFY(progress()->isVisible());
+    }
+
     void restartsForAnUpdate()
     {
         QElapsedTimer clock;
@@ -203,6 +234,25 @@ private Q_SLOTS:
 private:
     VersionManager& versions() { return m_driver->versions(); }
     UpdateManager& updates() { return m_driver->updates(); }
+    // A build for another processor.
+    void refuseAnUpdate()
+    {
+        // The window's own two are not answered.
+        QTRY_VERIFY(m_driver->server().requestCount("/manifest.json") >= 2);
+        QFile running(QCoreApplication::applicationFilePath());
+        QVERIFY(running.open(QIODevice::ReadOnly));
+        QByteArray build = running.read(4096);
+        build[offsetof(Elf64_Ehdr, e_machine)] = static_cast<char>(EM_S390);
+        m_driver->server().answer("/build", HttpAnswer::ok(build));
+        const QJsonObject launcher{
+            {QStringLiteral("version"), QStringLiteral("1.0.17")},
+            {QStringLiteral("url"), m_driver->server().url(QStringLiteral("/build"))}};
+        m_driver->server().answer(
+            "/manifest.json",
+            HttpAnswer::json(
+                QJsonDocument(QJsonObject{{QStringLiteral("launcher"), launcher}}).toJson()));
+        updates().checkForUpdate();
+    }
     QProgressBar* progress() { return m_driver->find<QProgressBar>("progressBar"); }
     void parse(const QByteArray& manifest) { QVERIFY(versions().parseManifest(manifest)); }
 

@@ -1,4 +1,5 @@
 #include "tests/support/backend_process.h"
+#include "tests/support/files.h"
 #include "tests/support/throwaway_home.h"
 
 #include <QDir>
@@ -16,12 +17,6 @@
 namespace {
 
 constexpr int limitMs = 60'000;
-
-QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 QStringList xdotool(const QStringList& arguments)
 {
@@ -111,7 +106,54 @@ private Q_SLOTS:
         QTRY_VERIFY(!QFile::exists(m_home->filePath(script)));
     }
 
+    // A release that was built with other libraries than players have, published all the same.
+    void olderLauncherRefusesWhatWouldNotStart()
+    {
+        QByteArray build = contentOf(QStringLiteral(NEWER_LAUNCHER));
+        const QByteArray library("libQt6Widgets.so.6");
+        QVERIFY(build.contains(library));
+        build.replace(library, "libQt6Widgets.so.7");
+        const QString file = m_home->filePath(QStringLiteral("next build"));
+        writeFile(file, build);
+        const auto published = m_backend->command(
+            {QStringLiteral("publish"), QStringLiteral("launcher"), QStringLiteral("--file"), file,
+             QStringLiteral("--version"), QStringLiteral("1.0.17"), QStringLiteral("--force")});
+        QVERIFY2(published.exitCode == 0, published.errors.constData());
+        install();
+
+        // At each of its starts, and it goes on.
+        for (int start = 1; start <= 2; ++start) {
+            QProcess older;
+            older.setProcessEnvironment(environment());
+            older.setProcessChannelMode(QProcess::ForwardedChannels);
+            older.start(exe(), QStringList());
+            QTRY_VERIFY_WITH_TIMEOUT(shownTexts().contains(unfit), limitMs);
+            QTRY_COMPARE_WITH_TIMEOUT(processShowing(oldTitle, exe()), older.processId(), limitMs);
+            QTRY_VERIFY_WITH_TIMEOUT(shownTexts().contains(QRegularExpression(
+                                         QStringLiteral("status 0 versions available(; .*)?"))),
+                                     limitMs);
+            // What it shows in the end still says it.
+            QVERIFY2(shownTexts().constLast().endsWith(unfit.mid(7)),
+                     qPrintable(shownTexts().join(u'\n')));
+            QVERIFY(!shownTexts().contains(QStringLiteral("status Restarting...")));
+            QCOMPARE(QDir(m_home->filePath(directory)).entryList(QDir::Files),
+                     QStringList{QStringLiteral("tessellan-launcher")});
+            QVERIFY(contentOf(exe()) == contentOf(QStringLiteral(OLDER_LAUNCHER)));
+            QVERIFY(!QFile::exists(m_home->filePath(script)));
+            older.terminate();
+            QTRY_COMPARE_WITH_TIMEOUT(older.state(), QProcess::NotRunning, limitMs);
+            QVERIFY(QFile::remove(m_home->filePath(windowLog)));
+        }
+    }
+
 private:
+    QStringList shownTexts() const
+    {
+        QStringList texts = QString::fromUtf8(contentOf(m_home->filePath(windowLog))).split(u'\n');
+        texts.removeIf([](const QString& line) { return !line.startsWith(u"status "); });
+        return texts;
+    }
+
     QString exe() const { return m_home->filePath(QString(directory + u"/tessellan-launcher")); }
 
     void install()
@@ -157,6 +199,8 @@ private:
     }
 
     const QString directory = QStringLiteral("my Spiele für später");
+    const QString unfit = QStringLiteral("status Launcher 1.0.17 would not start here: "
+                                         "libQt6Widgets.so.7 is missing - install its archive");
     const QString script = QStringLiteral("tmp/tessellan_launcher_update.sh");
     const QString windowLog = QStringLiteral("window.log");
     const QString oldTitle = QStringLiteral("Tessellan Launcher 1.0.15");

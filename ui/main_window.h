@@ -66,9 +66,11 @@ private:
     void connectAuthClient();
     void connectServices();
     void onManifestReady(bool fromCache);
+    QString takeAddition();
     void onDownloadProgress(qint64 received, qint64 total);
     void onGameExited(int exitCode);
     void onUpdateProgress(qint64 received, qint64 total);
+    void onUpdateUnfit(const QString& version, const QString& lack);
     void onUpdateReady(const QString& newVersion);
 
     // Sidebar and session
@@ -161,6 +163,9 @@ private:
     QLineEdit* m_javaPathField = nullptr;
     QLineEdit* m_gameDirField = nullptr;
     QString m_unwrittenSettings; // what the answer to the save's request says as well
+
+    bool m_versionsAnswered = false;
+    QString m_unfitUpdate; // what the first answer says as well
 
     QString m_awaitedPlay;          // the version whose jar is read before it is played
     bool m_playAwaitsFocus = false; // it had the keyboard when it was disabled

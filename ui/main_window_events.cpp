@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QProgressBar>
+#include <QPushButton>
 #include <QTimer>
 
 #include <utility>
@@ -43,8 +44,7 @@ void MainWindow::connectServices()
 {
     connect(m_versions, &VersionManager::manifestReady, this, &MainWindow::onManifestReady);
     connect(m_versions, &VersionManager::manifestFailed, this, [this](const QString& error) {
-        m_statusLabel->showText(u"Offline - no cached manifest (" + error + u')' +
-                                std::exchange(m_unwrittenSettings, {}));
+        m_statusLabel->showText(u"Offline - no cached manifest (" + error + u')' + takeAddition());
     });
     connect(m_versions, &VersionManager::downloadProgress, this, &MainWindow::onDownloadProgress);
     connect(m_versions, &VersionManager::installFinished, this, &MainWindow::onInstallFinished);
@@ -53,7 +53,10 @@ void MainWindow::connectServices()
     connect(m_versions, &VersionManager::gameLog, this, &MainWindow::appendConsole);
     connect(m_versions, &VersionManager::gameExited, this, &MainWindow::onGameExited);
 
-    // Being up to date, and failing to find out, change nothing on screen: not connected.
+    // Being up to date, and failing to find out, change nothing on screen: not connected. Only what
+    // the player alone can put right is told.
+    m_updates->whenUnfit(
+        [this](const QString& version, const QString& lack) { onUpdateUnfit(version, lack); });
     connect(m_updates, &UpdateManager::updateAvailable, this, [this](const QString& newVersion) {
         m_statusLabel->showText(u"Updating launcher to " + newVersion + u"...");
     });
@@ -68,7 +71,14 @@ void MainWindow::onManifestReady(bool fromCache)
     const QString text =
         fromCache ? QStringLiteral("Offline - using cached version list")
                   : QStringLiteral("%1 versions available").arg(m_versions->versions().size());
-    m_statusLabel->showText(text + std::exchange(m_unwrittenSettings, {}));
+    m_statusLabel->showText(text + takeAddition());
+}
+
+// What is added to an answer to the question for versions.
+QString MainWindow::takeAddition()
+{
+    m_versionsAnswered = true;
+    return std::exchange(m_unwrittenSettings, {}) + std::exchange(m_unfitUpdate, {});
 }
 
 // Also shows the download of the Java runtime.
@@ -93,6 +103,19 @@ void MainWindow::onUpdateProgress(qint64 received, qint64 total)
         return;
     m_progressBar->setVisible(true);
     m_progressBar->setValue(percentOf(received, total));
+}
+
+// The list of versions may come at any time, and would take its place at once.
+void MainWindow::onUpdateUnfit(const QString& version, const QString& lack)
+{
+    const QString text =
+        u"Launcher " + version + u" would not start here: " + lack + u" - install its archive";
+    if (!m_versionsAnswered)
+        m_unfitUpdate = u"; " + text;
+    // Somebody else's progress goes on.
+    if (m_playButton->isEnabled())
+        m_progressBar->hide();
+    m_statusLabel->showText(text);
 }
 
 void MainWindow::onUpdateReady(const QString& newVersion)

@@ -43,6 +43,9 @@ void report(UpdateManager& manager, Heartbeat& heartbeat)
                      [&](const QString& version) {
                          finish(u"updateReady " + version, heartbeat.longestProcessorMs());
                      });
+    manager.whenUnfit([](const QString& version, const QString& lack) {
+        print(u"unfit " + version + u": " + lack);
+    });
     QObject::connect(&manager, &UpdateManager::updateFailed, &heartbeat, [&](const QString& error) {
         finish(u"updateFailed " + error, heartbeat.longestProcessorMs());
     });
@@ -53,6 +56,8 @@ void report(UpdateDownload& download, Heartbeat& heartbeat)
     QObject::connect(&download, &UpdateDownload::ready, &heartbeat, [&] {
         finish(QStringLiteral("updateReady"), heartbeat.longestProcessorMs());
     });
+    QObject::connect(&download, &UpdateDownload::unfit, &heartbeat,
+                     [](const QString& lack) { print(u"unfit archive: " + lack); });
     QObject::connect(&download, &UpdateDownload::failed, &heartbeat, [&](const QString& error) {
         finish(u"updateFailed " + error, heartbeat.longestProcessorMs());
     });
