@@ -9,7 +9,7 @@
 namespace {
 
 constexpr int maxSegments = 100; // linkers make about a dozen
-constexpr qint64 maxInterpreterBytes = 4096;
+constexpr quint64 maxInterpreterBytes = 4096;
 
 template <typename Record>
 bool readAt(QFile& file, qint64 offset, Record& record)
@@ -26,13 +26,17 @@ bool isElf(const ElfW(Ehdr) & header)
            (ident[EI_DATA] == ELFDATA2LSB || ident[EI_DATA] == ELFDATA2MSB);
 }
 
+bool isInside(const ElfW(Phdr) & segment, quint64 fileSize)
+{
+    return segment.p_filesz <= fileSize && segment.p_offset <= fileSize - segment.p_filesz;
+}
+
 // A path, and the NUL that ends it.
 QByteArray interpreterAt(QFile& file, const ElfW(Phdr) & segment)
 {
-    const auto size = static_cast<qint64>(segment.p_filesz);
-    if (size < 2 || size > maxInterpreterBytes || !file.seek(static_cast<qint64>(segment.p_offset)))
+    if (segment.p_filesz > maxInterpreterBytes || !file.seek(static_cast<qint64>(segment.p_offset)))
         return {};
-    const QByteArray path = file.read(size);
+    const QByteArray path = file.read(static_cast<qint64>(segment.p_filesz));
     return path.left(path.indexOf('\0'));
 }
 
@@ -59,10 +63,10 @@ std::optional<ElfHead> ElfHead::of(const QString& path)
             head.isWhole = false;
             return head;
         }
-        if (segment.p_type == PT_LOAD &&
-            (segment.p_filesz > fileSize || segment.p_offset > fileSize - segment.p_filesz))
+        const bool isThere = isInside(segment, fileSize);
+        if (segment.p_type == PT_LOAD && !isThere)
             head.isWhole = false;
-        if (segment.p_type == PT_INTERP)
+        if (segment.p_type == PT_INTERP && isThere)
             head.interpreter = interpreterAt(file, segment);
     }
     return head;

@@ -34,6 +34,9 @@ void LoaderTrial::start(const QString& loader, const QString& program, int limit
     environment.insert(u"LD_TRACE_LOADED_OBJECTS"_s, u"1"_s);
     environment.insert(u"LD_WARN"_s, u"1"_s);
     environment.insert(u"LD_BIND_NOW"_s, u"1"_s);
+    // These have it say more than is read here.
+    environment.remove(u"LD_VERBOSE"_s);
+    environment.remove(u"LD_DEBUG"_s);
     m_process->setProcessEnvironment(environment);
     m_process->setProcessChannelMode(QProcess::MergedChannels);
     m_process->setStandardInputFile(QProcess::nullDevice());

@@ -196,15 +196,18 @@ private Q_SLOTS:
         QCOMPARE(m_driver->status(), QString(u"0 versions available; " + words));
         Q_EMIT versions().manifestReady(false);
         QCOMPARE(m_driver->status(), QStringLiteral("0 versions available"));
+        // Nothing to play is no task that goes on.
+        QVERIFY(!m_driver->play()->isEnabled());
         refuseAnUpdate();
         QTRY_COMPARE(m_driver->status(), words);
+        QVERIFY(progress()->isHidden());
         Q_EMIT versions().manifestReady(false);
         QCOMPARE(m_driver->status(), QStringLiteral("0 versions available"));
     }
 
     void leavesTheProgressOfAnotherTask()
     {
-        m_driver->play()->setEnabled(false);
+        Q_EMIT updates().updateReady(QStringLiteral("1.0.18"));
         refuseAnUpdate();
         QTRY_VERIFY(m_driver->status().startsWith(u"Launcher 1.0.17 would"));
         QVERIFY(progress()->isVisible());

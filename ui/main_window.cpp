@@ -158,6 +158,7 @@ void MainWindow::setBusy(bool busy, const QString& text)
     // A new task does not start at the end of the last one.
     if (busy && m_progressBar->isHidden())
         m_progressBar->reset();
+    m_isBusy = busy;
     enablePlay(!busy);
     m_progressBar->setVisible(busy);
     m_statusLabel->showText(text);

@@ -164,6 +164,7 @@ private:
     QLineEdit* m_gameDirField = nullptr;
     QString m_unwrittenSettings; // what the answer to the save's request says as well
 
+    bool m_isBusy = false;
     bool m_versionsAnswered = false;
     QString m_unfitUpdate; // what the first answer says as well
 

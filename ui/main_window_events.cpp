@@ -7,7 +7,6 @@
 
 #include <QCoreApplication>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QTimer>
 
 #include <utility>
@@ -113,7 +112,7 @@ void MainWindow::onUpdateUnfit(const QString& version, const QString& lack)
     if (!m_versionsAnswered)
         m_unfitUpdate = u"; " + text;
     // Somebody else's progress goes on.
-    if (m_playButton->isEnabled())
+    if (!m_isBusy)
         m_progressBar->hide();
     m_statusLabel->showText(text);
 }

@@ -77,6 +77,7 @@ void MainWindow::installRuntime()
 void MainWindow::onInstallFinished(const QString& versionId)
 {
     m_progressBar->hide();
+    m_isBusy = false;
     enablePlay(true);
     m_statusLabel->showText(versionId + u" installed - launching...");
     QString error;
