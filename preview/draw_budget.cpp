@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numeric>
+#include <span>
 #include <vector>
 
 // Only operations that IEEE 754 rounds exactly, and no fused ones (see CMakeLists.txt): the result
@@ -36,38 +38,99 @@ constexpr float maxDistance = 8;
 
 constexpr int maxDivisions = 5;            // a region is then 0.15 units wide near the figure
 constexpr qsizetype maxLooks = 16'000'000; // at a box from a region: some 40 ms
+constexpr std::size_t maxInGroup = 32;
+constexpr qsizetype looksForGroups = 20; // at each box
 
-// Side by side, for several to be looked at in one instruction.
+// Side by side, for several to be looked at in one instruction. What stands for a group of boxes is
+// as large as all of them together and covers as much as each by itself.
 struct Boxes
 {
     std::array<std::vector<float>, 3> low, high;
     std::vector<float> cover;  // at a distance of one unit
     std::vector<float> radius; // of the sphere around it
+    std::vector<float> boxes;  // 1, or as many as it stands for
 
     std::size_t count() const { return cover.size(); }
+    float twiceCentre(std::size_t axis, std::size_t i) const
+    {
+        return low[axis][i] + high[axis][i];
+    }
 
     void add(const float* vertices)
     {
-        std::array<float, 3> size{};
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            float least = vertices[axis];
-            float most = least;
-            for (int i = 1; i < BakedModel::verticesPerBox; ++i) {
-                const float at = vertices[i * BakedModel::floatsPerVertex + static_cast<int>(axis)];
-                least = std::min(least, at);
-                most = std::max(most, at);
+        std::array<float, 3> least{vertices[0], vertices[1], vertices[2]};
+        std::array<float, 3> most = least;
+        for (int i = 1; i < BakedModel::verticesPerBox; ++i) {
+            const float* vertex = vertices + i * BakedModel::floatsPerVertex;
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                least[axis] = std::min(least[axis], vertex[axis]);
+                most[axis] = std::max(most[axis], vertex[axis]);
             }
-            low[axis].push_back(least);
-            high[axis].push_back(most);
-            size[axis] = most - least;
         }
-        const auto [w, h, d] = size;
+        const float w = most[0] - least[0], h = most[1] - least[1], d = most[2] - least[2];
         // From whatever side: front and back cover no more than twice this root.
-        cover.push_back(coverPerArea * 2 *
-                        std::sqrt(w * h * w * h + h * d * h * d + d * w * d * w));
-        radius.push_back(std::sqrt(w * w + h * h + d * d) / 2);
+        put(least, most,
+            coverPerArea * 2 * std::sqrt(w * h * w * h + h * d * h * d + d * w * d * w), 1);
+    }
+
+    void addGroup(const Boxes& of, std::span<const std::size_t> members)
+    {
+        std::array<float, 3> least{}, most{};
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            least[axis] = of.low[axis][members[0]];
+            most[axis] = of.high[axis][members[0]];
+            for (const std::size_t i : members) {
+                least[axis] = std::min(least[axis], of.low[axis][i]);
+                most[axis] = std::max(most[axis], of.high[axis][i]);
+            }
+        }
+        float covered = 0;
+        for (const std::size_t i : members)
+            covered += of.cover[i];
+        put(least, most, covered, static_cast<float>(members.size()));
+    }
+
+private:
+    void put(const std::array<float, 3>& least, const std::array<float, 3>& most, float covered,
+             float standsFor)
+    {
+        float diagonal = 0; // its square
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            low[axis].push_back(least[axis]);
+            high[axis].push_back(most[axis]);
+            const float size = most[axis] - least[axis];
+            diagonal += size * size;
+        }
+        cover.push_back(covered);
+        radius.push_back(std::sqrt(diagonal) / 2);
+        boxes.push_back(standsFor);
     }
 };
+
+// Neighbours in space, whatever their order in the model is.
+void findGroups(const Boxes& boxes, std::span<std::size_t> members, Boxes& groups)
+{
+    if (members.size() <= maxInGroup) {
+        if (!members.empty())
+            groups.addGroup(boxes, members);
+        return;
+    }
+    std::size_t longest = 0;
+    float length = -1;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        const auto centre = [&](std::size_t i) { return boxes.twiceCentre(axis, i); };
+        const auto [least, most] = std::ranges::minmax(members, {}, centre);
+        if (const float found = centre(most) - centre(least); found > length) {
+            length = found;
+            longest = axis;
+        }
+    }
+    const std::size_t half = members.size() / 2;
+    std::ranges::nth_element(members, members.begin() + static_cast<std::ptrdiff_t>(half), {},
+                             [&](std::size_t i) { return boxes.twiceCentre(longest, i); });
+    findGroups(boxes, members.first(half), groups);
+    findGroups(boxes, members.subspan(half), groups);
+}
 
 // Camera places: directions through a square on one face of a cube around the aim, between two
 // distances.
@@ -133,6 +196,7 @@ public:
                                 &boxes.high[2][first]};
         const float* covers = &boxes.cover[first];
         const float* radii = &boxes.radius[first];
+        const float* numbers = &boxes.boxes[first];
         const std::array<float, 3> place = m_place;
         const std::array<float, 3> direction = m_direction;
         const float angle = m_angle;
@@ -152,9 +216,10 @@ public:
             const float aside = std::sqrt(std::max(0.0F, toCentre - depth * depth));
             const float outside = aside * viewCosine - depth * viewSine;
             const float distance = std::max(std::sqrt(toBox) - radius, nearPlane);
-            const float seen = std::min(costOfFullView, covers[i] / (distance * distance));
+            const float seen =
+                std::min(numbers[i] * costOfFullView, covers[i] / (distance * distance));
             const bool isSeen = outside <= radii[i] + radius + std::sqrt(toCentre) * angle;
-            costs[i] = costOfAnyBox + (isSeen ? seen : 0.0F);
+            costs[i] = numbers[i] * costOfAnyBox + (isSeen ? seen : 0.0F);
         }
     }
 
@@ -188,6 +253,7 @@ private:
     {
         m_tried = m_affordable;
         m_looks = 0;
+        m_groups = {};
         bool isFound = true;
         for (int face = 0; face < 6 && isFound; ++face)
             isFound = look({.face = face});
@@ -213,15 +279,36 @@ private:
         return true;
     }
 
-    // Of the boxes that are affordable so far.
+    // Of the boxes that are affordable so far. Mostly the groups tell already that all are.
     std::size_t countSeenFrom(const Region& region)
     {
         const View view(region);
+        if (isWorthGroups() &&
+            countWithinBudget(view, m_groups, m_groups.count()) == m_groups.count())
+            return m_affordable;
+        return countWithinBudget(view, m_boxes, m_affordable);
+    }
+
+    // Once as many looks were taken as it costs to find them.
+    bool isWorthGroups()
+    {
+        if (m_groups.count() == 0 &&
+            m_looks > looksForGroups * static_cast<qsizetype>(m_affordable)) {
+            std::vector<std::size_t> members(m_affordable);
+            std::iota(members.begin(), members.end(), 0);
+            findGroups(m_boxes, members, m_groups);
+        }
+        return m_groups.count() > 0;
+    }
+
+    // So many at most.
+    std::size_t countWithinBudget(const View& view, const Boxes& boxes, std::size_t most)
+    {
         std::array<float, 64> costs{};
         float sum = 0;
-        for (std::size_t first = 0; first < m_affordable; first += costs.size()) {
-            const std::size_t count = std::min(costs.size(), m_affordable - first);
-            view.findCosts(m_boxes, first, count, costs.data());
+        for (std::size_t first = 0; first < most; first += costs.size()) {
+            const std::size_t count = std::min(costs.size(), most - first);
+            view.findCosts(boxes, first, count, costs.data());
             m_looks += static_cast<qsizetype>(count);
             for (std::size_t i = 0; i < count; ++i) {
                 sum += costs[i];
@@ -229,10 +316,11 @@ private:
                     return first + i;
             }
         }
-        return m_affordable;
+        return most;
     }
 
     Boxes m_boxes;
+    Boxes m_groups; // of those that are tried
     std::size_t m_affordable = 0;
     std::size_t m_tried = 0;
     qsizetype m_looks = 0;
