@@ -27,19 +27,19 @@ const auto bareHashedWay = QStringLiteral("bare, then hashed");
 qint64 ours(QNetworkAccessManager& network, const QUrl& url, bool hashes)
 {
     QEventLoop loop;
-    Sha256 hash;
     qint64 size = 0;
     http::Exchange exchange{.context = &loop,
                             .maxBytes = http::maxDownloadBytes,
-                            .done = [&](const http::Answer& answer) {
-                                size = answer.body.size();
-                                loop.quit();
-                            }};
-    if (hashes)
-        exchange.seen = [&hash](QByteArrayView piece) { hash.add(piece); };
+                            .done =
+                                [&](const http::Answer& answer) {
+                                    size =
+                                        hashes && answer.sha256.isEmpty() ? 0 : answer.body.size();
+                                    loop.quit();
+                                },
+                            .hashes = hashes};
     http::get(&network, QNetworkRequest(url), std::move(exchange));
     loop.exec();
-    return hash.result().isEmpty() ? 0 : size;
+    return size;
 }
 
 qint64 bare(QNetworkAccessManager& network, const QUrl& url, bool hashes)
@@ -106,7 +106,9 @@ int main(int argc, char* argv[])
     measure::ratio("download of 1 GB", measure::median(plain.ms), "ms", measure::median(control.ms),
                    aim);
     measure::ratio("download of 1 GB, with its SHA-256", measure::median(hashed.ms), "ms",
-                   measure::median(hashedControl.ms), aim);
+                   measure::median(control.ms), aim);
+    measure::ratio("download of 1 GB, with its SHA-256, beside one hashed in the end",
+                   measure::median(hashed.ms), "ms", measure::median(hashedControl.ms), aim);
     measure::ratio("memory of that download", double(std::max(plain.megabytes, hashed.megabytes)),
                    "MB", double(bodyBytes >> 20), 1.15);
     return 0;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QByteArray>
-#include <QByteArrayView>
 #include <QString>
 #include <QtGlobal>
 
@@ -23,6 +22,7 @@ struct Answer
     QByteArray body;       // as far as it came
     QString error;         // empty: a success, and whole. Otherwise the text to show
     bool notFound = false; // the error is a 404
+    QString sha256 = {};   // of a success, if it was asked for
 };
 
 // What is done with the answer to one request.
@@ -40,8 +40,8 @@ struct Exchange
     // announced. This says whether such a body shows by itself that nothing is missing; without it
     // a compressed body is refused.
     std::function<bool(const QByteArray& body)> isWhole = {};
-    // Each piece of the answer's body as it arrives.
-    std::function<void(QByteArrayView piece)> seen = {};
+    // Asks for the body's SHA-256, as Sha256 writes it. It is computed while the body arrives.
+    bool hashes = false;
     // Takes the pieces in place of the answer's body, which stays empty. Until it calls `next`,
     // from the event loop, no other comes: the server waits for a slow disk. Not asked about an
     // answer that has failed by then.

@@ -1,5 +1,7 @@
 #include "services/reply_taker.h"
 
+#include "services/body_hash.h"
+
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -98,7 +100,13 @@ ReplyTaker::ReplyTaker(QNetworkReply* reply, http::Exchange exchange)
                     if (const auto progress = m_exchange.progress)
                         progress(received, total);
                 });
+    // The queue is passed twice: what follows may end this taker, and the hash with it.
+    if (m_exchange.hashes)
+        m_hash = std::make_unique<BodyHash>(
+            [this] { QMetaObject::invokeMethod(this, &ReplyTaker::goOn, Qt::QueuedConnection); });
 }
+
+ReplyTaker::~ReplyTaker() = default;
 
 void ReplyTaker::onHead()
 {
@@ -112,12 +120,12 @@ void ReplyTaker::onHead()
 // As it comes: to copy all of it at the end would take too long for one turn of the event loop.
 void ReplyTaker::onData()
 {
-    if (!m_exchange.done || m_isSinking || m_isFinished)
+    if (!m_exchange.done || isFull() || m_isFinished)
         return;
     if (!fits(m_reply->bytesAvailable()))
         return refuseLength();
     take(std::min(m_reply->bytesAvailable(), sliceBytes));
-    if (m_reply->bytesAvailable() > 0 && !m_isSinking)
+    if (m_reply->bytesAvailable() > 0 && !isFull())
         QMetaObject::invokeMethod(this, &ReplyTaker::onData, Qt::QueuedConnection);
 }
 
@@ -131,8 +139,10 @@ void ReplyTaker::take(qint64 most)
         m_size += piece.size();
         m_isSinking = true;
         m_exchange.sink(piece, [taker = QPointer(this)] {
-            if (taker)
-                taker->onSunk();
+            if (taker) {
+                taker->m_isSinking = false;
+                taker->goOn();
+            }
         });
         return;
     }
@@ -141,17 +151,27 @@ void ReplyTaker::take(qint64 most)
     m_body.resize(before + most);
     m_size += std::max<qint64>(m_reply->read(m_body.data() + before, most), 0);
     m_body.truncate(m_size);
-    if (m_exchange.seen)
-        m_exchange.seen(QByteArrayView(m_body).sliced(before));
+    if (m_hash)
+        m_hash->add(QByteArrayView(m_body).sliced(before));
 }
 
-void ReplyTaker::onSunk()
+// Some of what was taken is done with.
+void ReplyTaker::goOn()
 {
-    m_isSinking = false;
     if (m_isFinished)
-        onFinished();
+        finishUnlessDone();
     else
         onData();
+}
+
+bool ReplyTaker::isFull() const
+{
+    return m_isSinking || (m_hash && m_hash->isFull());
+}
+
+bool ReplyTaker::isAtWork() const
+{
+    return m_isSinking || (m_hash && !m_hash->isDone());
 }
 
 void ReplyTaker::onFinished()
@@ -161,11 +181,11 @@ void ReplyTaker::onFinished()
     if (!fits(rest))
         return refuseLength();
     const bool failed = m_reply->error() != QNetworkReply::NoError;
-    if (m_isSinking && !failed)
+    if (isAtWork() && !failed)
         return;
     if (rest > 0 && !(m_exchange.sink && failed))
         take(m_exchange.sink ? std::min(rest, sliceBytes) : rest);
-    if (m_isSinking && !failed)
+    if (isAtWork() && !failed)
         return;
     m_reply->deleteLater();
     deliver(errorText());
@@ -177,10 +197,10 @@ void ReplyTaker::onError()
 {
     if (isCompressed(m_reply) && statusOf(m_reply).value_or(200) < 300)
         m_reply->QIODevice::close(); // the network layer's own would fail once more
-    QMetaObject::invokeMethod(this, &ReplyTaker::finishFailed, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, &ReplyTaker::finishUnlessDone, Qt::QueuedConnection);
 }
 
-void ReplyTaker::finishFailed()
+void ReplyTaker::finishUnlessDone()
 {
     if (m_exchange.done)
         onFinished();
@@ -242,7 +262,9 @@ void ReplyTaker::deliver(const QString& error)
     const auto done = std::exchange(m_exchange.done, {});
     if (!done)
         return;
-    const http::Answer answer{std::exchange(m_body, {}), error,
-                              m_reply->error() == QNetworkReply::ContentNotFoundError};
+    http::Answer answer{std::exchange(m_body, {}), error,
+                        m_reply->error() == QNetworkReply::ContentNotFoundError};
+    if (m_hash && error.isEmpty())
+        answer.sha256 = m_hash->result();
     done(answer);
 }

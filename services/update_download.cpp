@@ -6,7 +6,6 @@
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 
-#include <memory>
 #include <utility>
 
 UpdateDownload::UpdateDownload(QObject* parent)
@@ -28,17 +27,16 @@ void UpdateDownload::start(QNetworkAccessManager* network, const QString& url,
                            const QString& sha256, bool fullArchive, qint64 maxBytes)
 {
     m_fullArchive = fullArchive;
-    const auto hash = std::make_shared<Sha256>(); // of an archive
     http::Exchange exchange{
         .context = this,
         .maxBytes = maxBytes,
         .done =
-            [this, hash, sha256](const http::Answer& answer) {
+            [this, sha256](const http::Answer& answer) {
                 if (!answer.error.isEmpty())
                     fail(answer.error);
                 else if (!m_fullArchive)
                     m_staging->finish(sha256);
-                else if (sha256.isEmpty() || Sha256::areSame(hash->result(), sha256))
+                else if (sha256.isEmpty() || Sha256::areSame(answer.sha256, sha256))
                     m_staging->stageZip(answer.body);
                 else
                     failMismatch();
@@ -47,7 +45,7 @@ void UpdateDownload::start(QNetworkAccessManager* network, const QString& url,
     if (!sha256.isEmpty())
         exchange.isWhole = &http::isCheckedLater;
     if (fullArchive)
-        exchange.seen = [hash](QByteArrayView piece) { hash->add(piece); };
+        exchange.hashes = !sha256.isEmpty();
     else
         exchange.sink = [this](const QByteArray& piece, std::function<void()> next) {
             m_staging->add(piece, std::move(next));

@@ -1,14 +1,19 @@
 #include "services/http.h"
+#include "services/sha256.h"
 #include "tests/support/bulk_server.h"
 #include "tests/support/gzip.h"
 #include "tests/support/http_server.h"
 
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 #include <QRegularExpression>
 #include <QTest>
 #include <QTimer>
 
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -26,6 +31,37 @@ QByteArray someBody(qsizetype size)
     for (int i = 0; body.size() < size; ++i)
         body += QByteArray::number(i) + ' ';
     return body;
+}
+
+QString sha256Of(const QByteArray& bytes)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex());
+}
+
+// Of this thread.
+double processorMs()
+{
+    timespec time = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return 1e3 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e6;
+}
+
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+double processorMsOfPooledThreads()
+{
+    double sum = 0;
+    const QDir tasks(u"/proc/self/task"_s);
+    for (const QString& task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QString place = tasks.filePath(task);
+        if (contentOf(place + u"/comm").startsWith("Thread (pooled)"))
+            sum += contentOf(place + u"/schedstat").split(' ').first().toDouble() / 1e6;
+    }
+    return sum;
 }
 
 } // namespace
@@ -49,7 +85,7 @@ private Q_SLOTS:
 
     void cleanup() { m_context.reset(); }
 
-    void showsEachPieceOfABody_data()
+    void hashesABody_data()
     {
         QTest::addColumn<HttpAnswer>("answer");
         QTest::addColumn<QByteArray>("body");
@@ -65,20 +101,88 @@ private Q_SLOTS:
         QTest::newRow("empty") << HttpAnswer::ok({}) << QByteArray();
     }
 
-    void showsEachPieceOfABody()
+    void hashesABody()
     {
         QFETCH(HttpAnswer, answer);
         QFETCH(QByteArray, body);
         http::Exchange exchange = prepared();
-        exchange.seen = [this](QByteArrayView piece) { m_pieces.append(piece); };
+        exchange.hashes = true;
         get(answer, std::move(exchange));
         QTRY_VERIFY(m_answer);
         QCOMPARE(m_answer->error, QString());
         QCOMPARE(m_answer->body, body);
-        QCOMPARE(m_pieces, body);
+        QCOMPARE(m_answer->sha256, sha256Of(body));
     }
 
-    void handsThePiecesOverOneAtATime_data() { showsEachPieceOfABody_data(); }
+    void hashesOnlyWhatIsASuccess()
+    {
+        HttpAnswer answer = HttpAnswer::ok(someBody(mega));
+        answer.cutAfter = mega / 2;
+        http::Exchange exchange = prepared();
+        exchange.hashes = true;
+        get(answer, std::move(exchange));
+        QTRY_VERIFY(m_answer);
+        QCOMPARE(m_answer->error, u"Connection closed"_s);
+        QCOMPARE(m_answer->sha256, QString());
+        get(HttpAnswer::ok("little"), prepared());
+        QTRY_COMPARE(m_answer->body, QByteArray("little"));
+        QCOMPARE(m_answer->sha256, QString());
+    }
+
+    void hashesBesideTheEventLoop()
+    {
+        const QByteArray same(limit, 'x');
+        const double before = processorMs();
+        (void)Sha256::of(same);
+        const double hashing = processorMs() - before;
+        const BulkServer server(limit);
+        double pooled = 0;
+        http::Exchange exchange = prepared();
+        exchange.hashes = true;
+        exchange.done = [&](const http::Answer& answer) {
+            pooled = processorMsOfPooledThreads();
+            m_answer = answer;
+        };
+        http::get(&m_network, QNetworkRequest(QUrl(server.url())), std::move(exchange));
+        QTRY_VERIFY_WITH_TIMEOUT(m_answer, 20'000);
+        QCOMPARE(m_answer->sha256, Sha256::of(same));
+        qInfo("%.0f ms; by itself %.0f ms", pooled, hashing);
+        QVERIFY(pooled > hashing / 2);
+    }
+
+    void waitsForTheHashOfAContextThatEnds()
+    {
+        BulkServer server(limit);
+        server.stallAtHalf(true);
+        http::Exchange exchange = prepared();
+        exchange.hashes = true;
+        http::get(&m_network, QNetworkRequest(QUrl(server.url())), std::move(exchange));
+        QTRY_VERIFY(server.isStalled());
+        m_context.reset();
+        QTest::qWait(100);
+        QVERIFY(!m_answer);
+    }
+
+    // What is given to it may end all of it.
+    void endsItselfFromItsAnswer()
+    {
+        auto network = std::make_unique<QNetworkAccessManager>();
+        m_server.answer("/file", HttpAnswer::ok(someBody(3 * mega)));
+        http::Exchange exchange = prepared();
+        exchange.hashes = true;
+        exchange.done = [this, &network](const http::Answer& answer) {
+            m_answer = answer;
+            m_context.reset();
+            network.reset();
+        };
+        http::get(network.get(), QNetworkRequest(QUrl(m_server.url(u"/file"_s))),
+                  std::move(exchange));
+        QTRY_VERIFY(m_answer);
+        QCoreApplication::processEvents();
+        QCOMPARE(m_answer->sha256.size(), 64);
+    }
+
+    void handsThePiecesOverOneAtATime_data() { hashesABody_data(); }
 
     void handsThePiecesOverOneAtATime()
     {

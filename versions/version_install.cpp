@@ -43,26 +43,20 @@ QString VersionManager::sha256Hex(const QByteArray& data)
 
 void VersionManager::install(const GameVersion& v)
 {
-    const auto hash = std::make_shared<Sha256>();
-    http::Exchange exchange{
-        .context = this,
-        .maxBytes = http::maxDownloadBytes,
-        .done =
-            [this, v, hash](const http::Answer& answer) {
-                if (answer.error.isEmpty())
-                    writeJar(v, answer.body, hash->result());
-                else
-                    Q_EMIT installFailed(answer.error);
-            },
-        .progress = [this](qint64 received,
-                           qint64 total) { Q_EMIT downloadProgress(received, total); }};
-    if (v.sha256.isEmpty()) {
-        exchange.isWhole = &http::isZip;
-    } else {
-        exchange.isWhole = &http::isCheckedLater;
-        exchange.seen = [hash](QByteArrayView piece) { hash->add(piece); };
-    }
-    http::get(m_network, QNetworkRequest{QUrl(v.url)}, std::move(exchange));
+    http::get(m_network, QNetworkRequest{QUrl(v.url)},
+              {.context = this,
+               .maxBytes = http::maxDownloadBytes,
+               .done =
+                   [this, v](const http::Answer& answer) {
+                       if (answer.error.isEmpty())
+                           writeJar(v, answer.body, answer.sha256);
+                       else
+                           Q_EMIT installFailed(answer.error);
+                   },
+               .progress = [this](qint64 received,
+                                  qint64 total) { Q_EMIT downloadProgress(received, total); },
+               .isWhole = v.sha256.isEmpty() ? &http::isZip : &http::isCheckedLater,
+               .hashes = !v.sha256.isEmpty()});
 }
 
 void VersionManager::writeJar(const GameVersion& v, const QByteArray& body, const QString& sha256)
