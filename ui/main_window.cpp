@@ -80,6 +80,7 @@ void MainWindow::buildUi()
     m_pages = new QStackedWidget(this);
     m_pages->setObjectName(QStringLiteral("pages"));
     middle->addWidget(m_pages, 1);
+    // Each is put in its place before it is filled: moving it would find all its styles anew.
     buildNewsPages();
     buildProfilePages();
     buildProfilePage();
@@ -100,7 +101,7 @@ void MainWindow::buildProfilePage()
 
 QWidget* MainWindow::buildBottomBar()
 {
-    auto* bar = new QWidget(this);
+    auto* bar = new QWidget(centralWidget());
     bar->setObjectName(QStringLiteral("bottomBar"));
     auto* row = new QHBoxLayout(bar);
     row->setContentsMargins(12, 6, 12, 12);
@@ -131,7 +132,7 @@ QWidget* MainWindow::buildBottomBar()
 
 void MainWindow::buildConsole()
 {
-    m_console = new Console(this);
+    m_console = new Console(centralWidget());
     m_console->setObjectName(QStringLiteral("console"));
     m_console->setAccessibleName(QStringLiteral("Game console"));
     QFont font(QStringLiteral("Consolas"));

@@ -39,6 +39,7 @@ QSpinBox* addHeapSpin(QHBoxLayout* row, const QString& label, const QString& nam
 void MainWindow::buildProfileEditorPage()
 {
     auto* page = new QWidget(this);
+    m_pages->addWidget(page);
     auto* layout = pages::makeLayout(page);
     auto* headerRow = new QHBoxLayout;
     layout->addLayout(headerRow);
@@ -65,7 +66,6 @@ void MainWindow::buildProfileEditorPage()
     buttons->addWidget(cancel);
     new PageKeys(
         page, [this] { saveProfile(); }, [this] { m_pages->setCurrentIndex(pages::ProfileList); });
-    m_pages->addWidget(page);
 }
 
 QFormLayout* MainWindow::buildEditorForm(QWidget* page)

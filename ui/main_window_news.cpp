@@ -34,6 +34,7 @@ public:
 void MainWindow::buildNewsPages()
 {
     auto* listPage = new QWidget(this);
+    m_pages->addWidget(listPage);
     auto* listLayout = pages::makeLayout(listPage);
     m_newsList = pages::makeList(QStringLiteral("newsList"), QStringLiteral("News"), listPage);
     m_newsList->setTextElideMode(Qt::ElideMiddle); // the date stands at the end
@@ -41,9 +42,9 @@ void MainWindow::buildNewsPages()
     connect(m_newsList, &QListWidget::itemClicked, this, &MainWindow::openNews);
     // The Return key's way in; a double click opens the same item once more.
     connect(m_newsList, &QListWidget::itemActivated, this, &MainWindow::openNews);
-    m_pages->addWidget(listPage);
 
     auto* readerPage = new QWidget(this);
+    m_pages->addWidget(readerPage);
     auto* readerLayout = pages::makeLayout(readerPage);
     auto* back = new QPushButton(QStringLiteral("← Back"), readerPage);
     back->setObjectName(QStringLiteral("newsBackButton"));
@@ -65,7 +66,6 @@ void MainWindow::buildNewsPages()
     m_newsBody->setObjectName(QStringLiteral("newsBody"));
     m_newsBody->setAccessibleName(QStringLiteral("Article"));
     readerLayout->addWidget(m_newsBody, 1);
-    m_pages->addWidget(readerPage);
 }
 
 void MainWindow::populateNews()

@@ -52,6 +52,7 @@ void MainWindow::buildProfilePages()
 void MainWindow::buildProfileListPage()
 {
     auto* page = new QWidget(this);
+    m_pages->addWidget(page);
     auto* layout = pages::makeLayout(page);
     const auto addButton = [page](QHBoxLayout* row, const QString& text, const QString& name) {
         auto* button = new QPushButton(text, page); // own words
@@ -101,7 +102,6 @@ void MainWindow::buildProfileListPage()
     hint->setWordWrap(true);
     layout->addWidget(hint);
     new PageKeys(page, [this] { editProfile(m_profileList->currentItem()); });
-    m_pages->addWidget(page);
 }
 
 void MainWindow::showProfilesPage()

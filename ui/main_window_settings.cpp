@@ -18,6 +18,7 @@
 void MainWindow::buildSettingsPage()
 {
     m_settingsPage = new QWidget(this);
+    m_pages->addWidget(m_settingsPage);
     auto* layout = pages::makeLayout(m_settingsPage);
     auto* header = new QLabel(QStringLiteral("Settings"), m_settingsPage);
     header->setObjectName(QStringLiteral("settingsHeader"));
@@ -60,7 +61,6 @@ void MainWindow::buildSettingsPage()
     new PageKeys(
         m_settingsPage, [this] { saveSettings(); },
         [this] { m_pages->setCurrentIndex(pages::NewsList); });
-    m_pages->addWidget(m_settingsPage);
 }
 
 // Nothing is validated: an empty field is stored empty.
