@@ -139,10 +139,8 @@ void ReplyTaker::take(qint64 most)
         m_size += piece.size();
         m_isSinking = true;
         m_exchange.sink(piece, [taker = QPointer(this)] {
-            if (taker) {
-                taker->m_isSinking = false;
-                taker->goOn();
-            }
+            if (taker)
+                taker->onSunk();
         });
         return;
     }
@@ -153,6 +151,12 @@ void ReplyTaker::take(qint64 most)
     m_body.truncate(m_size);
     if (m_hash)
         m_hash->add(QByteArrayView(m_body).sliced(before));
+}
+
+void ReplyTaker::onSunk()
+{
+    m_isSinking = false;
+    goOn();
 }
 
 // Some of what was taken is done with.

@@ -25,6 +25,7 @@ private:
     void refuse(const QString& error);
     void onHead();
     void onData();
+    void onSunk();
     void goOn();
     void onFinished();
     void onError();

@@ -4,6 +4,7 @@
 #include "app/settings.h"
 #include "services/http.h"
 #include "services/sha256.h"
+#include "services/unless_stopped.h"
 #include "services/update_download.h"
 #include "services/update_staging.h"
 
@@ -92,8 +93,12 @@ void UpdateManager::onManifestDownloaded(const QString& error, const QByteArray&
         Q_EMIT upToDate();
         return;
     }
-    m_worker.run([manifest](const std::stop_token&) { return newestBuild(manifest); },
-                 [this](const Build& build) { judge(build); });
+    m_worker.run(
+        [manifest](const std::stop_token& stop) {
+            return unlessStopped(stop, [manifest] { return newestBuild(manifest); })
+                .value_or(Build());
+        },
+        [this](const Build& build) { judge(build); });
 }
 
 void UpdateManager::judge(const Build& build)

@@ -4,6 +4,7 @@
 #include "tests/support/files.h"
 #include "tests/support/heartbeat.h"
 #include "tests/support/loopback_deployment.h"
+#include "tests/support/spin.h"
 #include "tests/support/throwaway_home.h"
 #include "tests/support/window_driver.h"
 #include "tests/support/zip_builder.h"
@@ -14,12 +15,10 @@
 #include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QEventLoop>
 #include <QExposeEvent>
 #include <QFile>
 #include <QFileInfo>
 #include <QTest>
-#include <QTimer>
 #include <QToolButton>
 #include <QWindow>
 
@@ -35,27 +34,9 @@ const bool fullSize = qEnvironmentVariableIsSet("TESSELLAN_FULL_GAPS");
 const int versionCount = fullSize ? 20 : 8;
 constexpr qint64 mega = 1024 * 1024;
 constexpr int beatMs = 5;
-constexpr int limitMs = 120'000;
 // Beyond the gap of the same thing done with little files, on a busy machine under sanitizers. What
 // is guarded against costs half a second and more.
 constexpr qint64 moreMs = 150;
-constexpr qint64 closingMs = 100;
-
-// Turns the event loop without a pause, unlike QTest's.
-bool spinUntil(const std::function<bool()>& over)
-{
-    QEventLoop loop;
-    QTimer poll;
-    QElapsedTimer since;
-    since.start();
-    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-        if (over() || since.hasExpired(limitMs))
-            loop.quit();
-    });
-    poll.start(1);
-    loop.exec();
-    return over();
-}
 
 // Keeps from a window that it is on the screen.
 class ExposeHolder : public QObject
@@ -209,65 +190,14 @@ private Q_SLOTS:
         QVERIFY(gap < control + moreMs);
     }
 
+    // More than the aim's 100 MB: so much is written to the system's memory within the bound.
     void installsARuntime()
     {
         const qint64 control = runtimeGap(4096);
         init();
-        const qint64 gap = runtimeGap(fullSize ? 100 * mega : 400 * mega);
+        const qint64 gap = runtimeGap(400 * mega);
         report(gap, control);
         QVERIFY(gap < control + moreMs);
-    }
-
-    // Also what passes until the wish to close is heard.
-    void closesWhileItReadsJars()
-    {
-        installVersions(256 * mega);
-        m_driver->open();
-        Heartbeat heartbeat(beatMs);
-        QVERIFY(spinUntil([since = started()] { return since.elapsed() > 100; }));
-        expectSoonClosed(heartbeat);
-    }
-
-    void closesWhileItWritesAJar()
-    {
-        const BulkServer server(fullSize ? 1000 * mega : 400 * mega);
-        Settings::get().setJavaPath(u"/nowhere/java"_s);
-        m_driver->serveManifest({{u"big"_s, server.url(), {}, {}}});
-        m_driver->openAndWait();
-        const QString jar = m_driver->versions().jarPath(u"big"_s);
-        play();
-        Heartbeat heartbeat(beatMs);
-        QVERIFY(spinUntil([&jar] { return QFile::exists(jar); }));
-        expectSoonClosed(heartbeat);
-        // Without a digest half a jar would pass for a whole one.
-        QVERIFY(!QFile::exists(jar));
-    }
-
-    void closesWhileItWritesARuntime()
-    {
-        const BulkServer server(400 * mega);
-        serveRuntime(server);
-        m_driver->openAndWait();
-        const QString archive = Settings::get().gameDir() + u"/runtime/jre-download.zip";
-        play();
-        Heartbeat heartbeat(beatMs);
-        QVERIFY(spinUntil([&archive] { return QFile::exists(archive); }));
-        expectSoonClosed(heartbeat);
-        QVERIFY(!QFile::exists(archive));
-    }
-
-    void closesInTheMiddleOfADownload()
-    {
-        BulkServer server(200 * mega);
-        server.stallAtHalf(true);
-        Settings::get().setJavaPath(u"/nowhere/java"_s);
-        m_driver->serveManifest({{u"big"_s, server.url(), QString(64, u'0'), {}}});
-        m_driver->openAndWait();
-        play();
-        Heartbeat heartbeat(beatMs);
-        QVERIFY(spinUntil([&server] { return server.isStalled(); }));
-        expectSoonClosed(heartbeat);
-        QVERIFY(!QFile::exists(VersionManager().jarPath(u"big"_s)));
     }
 
 private:
@@ -377,16 +307,6 @@ private:
             gapWhile([this] { play(); }, [this] { return !m_driver->status().contains(u"Java"); });
         [] { QVERIFY(RuntimeManager::isInstalled()); }();
         return gap;
-    }
-
-    void expectSoonClosed(const Heartbeat& heartbeat)
-    {
-        const qint64 unheard = heartbeat.longestMs();
-        const QElapsedTimer closing = started();
-        m_driver->close();
-        qInfo("unheard for %lld ms, closed in %lld ms", unheard, closing.elapsed());
-        QVERIFY(closing.elapsed() < closingMs + 2 * moreMs);
-        QVERIFY(unheard < moreMs);
     }
 
     std::unique_ptr<WindowDriver> m_driver;

@@ -1,3 +1,4 @@
+#include "services/unless_stopped.h"
 #include "services/worker.h"
 #include "tests/support/heartbeat.h"
 
@@ -167,6 +168,45 @@ private Q_SLOTS:
         give(4);
         QTRY_COMPARE(order, (QList<int>{1, 2, 3, 4}));
         QCOMPARE(begun, 4);
+    }
+
+    void handsBackWhatCannotBeBrokenOff()
+    {
+        Worker worker;
+        std::optional<QByteArray> result;
+        worker.run(
+            [](const std::stop_token& stop) {
+                return unlessStopped(stop, [] { return QByteArray("whole"); });
+            },
+            [&result](std::optional<QByteArray> given) { result = std::move(given); });
+        QTRY_COMPARE(result, QByteArray("whole"));
+    }
+
+    // And gives up by itself what it held.
+    void leavesAloneWhatCannotBeBrokenOff()
+    {
+        struct Signs
+        {
+            std::atomic<bool> begun = false, mayEnd = false, stopped = false;
+        };
+        const auto signs = std::make_shared<Signs>();
+        auto worker = std::make_unique<Worker>();
+        worker->run(
+            [signs](const std::stop_token& stop) {
+                signs->stopped = !unlessStopped(stop, [signs] {
+                    signs->begun = true;
+                    while (!signs->mayEnd)
+                        std::this_thread::sleep_for(1ms);
+                    return std::vector<int>(1000, 1);
+                });
+                return 0;
+            },
+            [](int) {});
+        QTRY_VERIFY(signs->begun);
+        worker.reset();
+        QVERIFY(signs->stopped);
+        signs->mayEnd = true;
+        QTRY_COMPARE(signs.use_count(), 1);
     }
 
     void endsWhileItIsHeld()

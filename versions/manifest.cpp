@@ -2,6 +2,7 @@
 
 #include "app/settings.h"
 #include "services/http.h"
+#include "services/unless_stopped.h"
 #include "versions/jar_store.h"
 
 #include <QDir>
@@ -55,13 +56,19 @@ std::optional<Manifest> manifestFrom(const QByteArray& data)
                     newsFrom(document.object()[u"news"].toArray())};
 }
 
-std::optional<Manifest> manifestIn(const QString& path)
+// To parse sixteen megabytes of short entries takes half a second, in which it cannot be stopped.
+std::optional<Manifest> manifestFrom(const QByteArray& data, const std::stop_token& stop)
+{
+    return unlessStopped(stop, [data] { return manifestFrom(data); }).value_or(std::nullopt);
+}
+
+std::optional<Manifest> manifestIn(const QString& path, const std::stop_token& stop)
 {
     QFile file(path);
     // A pipe would be waited for.
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
         return {};
-    return manifestFrom(file.read(http::maxManifestBytes));
+    return manifestFrom(file.read(http::maxManifestBytes), stop);
 }
 
 // The cache is a convenience: that it could not be written is nothing to bother the player with.
@@ -82,13 +89,16 @@ struct Found
 };
 
 // The downloaded one, which is then kept, or the one that was kept before.
-Found find(const std::optional<QByteArray>& downloaded, const QString& cache)
+Found find(const std::optional<QByteArray>& downloaded, const QString& cache,
+           const std::stop_token& stop)
 {
     Found found;
     if (downloaded)
-        found.manifest = manifestFrom(*downloaded);
+        found.manifest = manifestFrom(*downloaded, stop);
+    if (stop.stop_requested())
+        return {};
     if (!found.manifest)
-        return {.manifest = manifestIn(cache), .fromCache = true};
+        return {.manifest = manifestIn(cache, stop), .fromCache = true};
     if (downloaded)
         store(*downloaded, cache);
     return found;
@@ -125,16 +135,15 @@ void VersionManager::refreshManifest()
                .isWhole = &http::isCheckedLater}); // a manifest that was cut does not parse
 }
 
-// To parse sixteen megabytes of short entries takes half a second, to read a gigabyte of jars as
-// long, or much longer when the disk has to turn for it. Whoever hears of the manifest asks which
-// of its versions are up to date: that is known then.
+// To read a gigabyte of jars takes half a second, or much longer when the disk has to turn for it.
+// Whoever hears of the manifest asks which of its versions are up to date: that is known then.
 void VersionManager::onManifestDownloaded(const QString& error, const QByteArray& data)
 {
     const auto downloaded = error.isEmpty() ? std::optional(data) : std::nullopt;
     m_worker.run(
         [downloaded, cache = manifestCachePath(),
          readJars = m_jars->reader(Settings::get().gameDir())](const std::stop_token& stop) {
-            Found found = find(downloaded, cache);
+            Found found = find(downloaded, cache, stop);
             if (found.manifest)
                 found.jars = readJars(found.manifest->versions, stop);
             return found;
