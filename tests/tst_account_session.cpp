@@ -266,6 +266,8 @@ private Q_SLOTS:
             return account()->findChild<QNetworkAccessManager*>()->findChildren<QNetworkReply*>();
         };
         QTRY_COMPARE(replies().size(), 2);
+        // That a client has gone is heard later than that it went.
+        QTRY_COMPARE(server().heldCount("/skins/u-alice.png"), 1);
         QVERIFY(server().answerHeld("/skins/u-alice.png", HttpAnswer::json("{}", 404)));
         QVERIFY(!server().answerHeld("/skins/u-alice.png", HttpAnswer::json("{}", 404)));
         QTRY_COMPARE(text("skinStatus"), QStringLiteral("No skin uploaded (default look)."));

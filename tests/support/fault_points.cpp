@@ -5,6 +5,7 @@
 // what lies below it are points as well. FAULT_LINK=<ending> plays somebody who puts a link to
 // TMPDIR's "victim" where a file of that ending is about to be made. FAULT_LOG=<file> receives a
 // line for each point that was passed.
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -21,8 +22,8 @@
 namespace {
 
 constexpr int maxDescriptors = 1024;
-bool watched[maxDescriptors];
-int passed = 0;
+std::atomic<bool> watched[maxDescriptors];
+std::atomic<int> passed = 0;
 const pid_t self = getpid();
 
 int number(const char* variable)
@@ -65,7 +66,7 @@ bool isWatched(int descriptor)
     return descriptor >= 0 && descriptor < maxDescriptors && watched[descriptor];
 }
 
-void logPoint(const char* operation)
+void logPoint(int point, const char* operation)
 {
     const char* path = std::getenv("FAULT_LOG");
     if (!path)
@@ -75,7 +76,7 @@ void logPoint(const char* operation)
     static const auto realClose = original<int (*)(int)>("close");
     const int log = realOpen(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
     char line[64];
-    const int size = std::snprintf(line, sizeof line, "%d %s\n", passed, operation);
+    const int size = std::snprintf(line, sizeof line, "%d %s\n", point, operation);
     (void)!realWrite(log, line, static_cast<size_t>(size));
     realClose(log);
 }
@@ -85,11 +86,11 @@ bool reached(const char* operation, int error)
 {
     if (getpid() != self)
         return false; // a child on its way to become the script's shell
-    ++passed;
-    logPoint(operation);
-    if (passed == number("KILL_AT"))
+    const int point = ++passed;
+    logPoint(point, operation);
+    if (point == number("KILL_AT"))
         raise(SIGKILL);
-    if (passed != number("FAULT_AT"))
+    if (point != number("FAULT_AT"))
         return false;
     errno = error;
     return true;

@@ -241,6 +241,11 @@ void HttpServer::readFrom(QTcpSocket* socket)
     send(socket, answer);
 }
 
+qsizetype HttpServer::heldCount(const QByteArray& path) const
+{
+    return std::ranges::count(m_held, path, &QPair<QByteArray, QTcpSocket*>::first);
+}
+
 bool HttpServer::answerHeld(const QByteArray& path, const HttpAnswer& answer)
 {
     const auto held = std::ranges::find(m_held, path, &QPair<QByteArray, QTcpSocket*>::first);

@@ -84,8 +84,10 @@ public:
     const QList<HttpRequest>& requests() const { return m_requests; }
     qsizetype requestCount(const QByteArray& path) const;
     void forgetRequests() { m_requests.clear(); }
-    // Answers the oldest request for the path that is met with HttpAnswer::silence and whose
-    // client still waits; false when there is none.
+    // Of the requests for the path that are met with HttpAnswer::silence, those whose client still
+    // waits, as far as it is known.
+    qsizetype heldCount(const QByteArray& path) const;
+    // Answers the oldest of them; false when there is none.
     bool answerHeld(const QByteArray& path, const HttpAnswer& answer);
     // The newest instead.
     bool answerNewestHeld(const QByteArray& path, const HttpAnswer& answer);

@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -15,9 +16,17 @@ int main(int argc, char* argv[])
     const QCoreApplication application(argc, argv);
     Worker worker;
     const auto shared = std::make_shared<int>(0);
-    worker.run([shared](const std::stop_token&) { return ++*shared; },
-               [](int) { QCoreApplication::quit(); });
-    std::this_thread::sleep_for(50ms);
+    // Orders nothing, unlike whatever else could tell that the worker has begun.
+    std::atomic<bool> begun = false;
+    worker.run(
+        [shared, &begun](const std::stop_token&) {
+            const int number = ++*shared;
+            begun.store(true, std::memory_order_relaxed);
+            return number;
+        },
+        [](int) { QCoreApplication::quit(); });
+    while (!begun.load(std::memory_order_relaxed))
+        std::this_thread::sleep_for(1ms);
     ++*shared;
     return QCoreApplication::exec();
 }
