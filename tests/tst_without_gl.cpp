@@ -17,7 +17,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-// The launcher where the display offers no OpenGL at all.
+// The launcher where there is no OpenGL: by default the display offers none at all. Who sets
+// QT_XCB_GL_INTEGRATION chooses another way of not having it.
 class TestWithoutGl : public QObject
 {
     Q_OBJECT
@@ -26,7 +27,8 @@ public:
     static void initMain()
     {
         throwaway_home::enter();
-        qputenv("QT_XCB_GL_INTEGRATION", "none");
+        if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"))
+            qputenv("QT_XCB_GL_INTEGRATION", "none");
         QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
         QSurfaceFormat::setDefaultFormat(open_gl::format());
     }
