@@ -4,6 +4,7 @@
 #include "ui/style_sheet.h"
 
 #include <QApplication>
+#include <QFileInfo>
 #include <QIcon>
 #include <QSslConfiguration>
 #include <QStyleFactory>
@@ -12,6 +13,11 @@
 
 int main(int argc, char* argv[])
 {
+    // Where no keyboard tables are installed, as in a container, Qt's Wayland client crashes at the
+    // first key, if it finds no directory for them. It needs none of them: the compositor sends its
+    // own.
+    if (!QFileInfo::exists(QStringLiteral("/usr/share/X11/xkb")))
+        qputenv("XKB_CONFIG_EXTRA_PATH", "/");
     // Before the application object: the contexts that it shares take their format from here.
     QSurfaceFormat::setDefaultFormat(open_gl::format());
     QApplication application(argc, argv);
