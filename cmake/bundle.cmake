@@ -21,15 +21,20 @@ set(wanted
     imageformats/libqico.so
     imageformats/libqjpeg.so)
 
+# What stands between a program and its OpenGL drivers (libOpenGL, libGLX, libEGL and libGLdispatch,
+# which the three share) comes along, all of it: a desktop need not have libOpenGL, which Qt asks for,
+# and one of another version than its libGLdispatch is nobody's promise. Drivers are the system's;
+# they are found by name, and keep to an interface that states its version. Without any, everything
+# but the preview works.
+
 # What stays the system's, and why. OpenSSL, which the launcher links for its digests and the TLS
 # plugin loads by name, gets security updates there, and comes with the system's certificates.
 set(system
     # the C and C++ runtimes; drivers need at least those they were built with
     ld-linux-x86-64 libc libm libdl libpthread librt libresolv libstdc++ libgcc_s
-    # OpenGL, X11 and Wayland as Mesa's drivers load them into the same process
-    libGL libGLX libEGL libGLdispatch libgbm libdrm libX11 libX11-xcb libXau libXdmcp libxcb
-    libxcb-dri2 libxcb-dri3 libxcb-glx libxcb-present libxcb-randr libxcb-shm libxcb-sync
-    libxcb-xfixes libwayland-client
+    # X11 and Wayland as Mesa's drivers load them into the same process
+    libgbm libdrm libX11 libX11-xcb libXau libXdmcp libxcb libxcb-dri2 libxcb-dri3 libxcb-glx
+    libxcb-present libxcb-randr libxcb-shm libxcb-sync libxcb-xfixes libwayland-client
     # read configuration of the system's own version
     libfontconfig libfreetype libdbus-1 libssl libcrypto
     # needed by those above, which must not be given another version
