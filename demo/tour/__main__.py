@@ -23,6 +23,8 @@ def parse_arguments():
     parser.add_argument("--backend-pid", required=True, type=int)
     parser.add_argument("--shots", required=True, help="directory for the pictures")
     parser.add_argument("--keyboard", action="store_true", help="leave the pointer alone")
+    parser.add_argument("--wayland", action="store_true", help="the window has no place on X")
+    parser.add_argument("--without-opengl", action="store_true", help="there is no preview")
     return parser.parse_args()
 
 

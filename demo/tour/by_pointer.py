@@ -141,7 +141,7 @@ def change_the_looks(stage):
     stage.control("label", r"No skin uploaded \(default look\)\.")
     stage.control("label", r"No custom model \(default character\)\.")
     stage.photograph("account")
-    hands.scroll_down(stage.control("label", r"Drag to rotate, scroll to zoom\."), notches=10)
+    hands.scroll_down(stage.control("label", stage.preview_says), notches=10)
     appearance.write_skin(stage.files / "skin.png")
     upload(stage, "Change skin...", stage.files / "skin.png")
     stage.control("label", r"Skin active\.")

@@ -27,6 +27,12 @@ class Stage:
         self._backend_pid = arguments.backend_pid
         self._shots = Path(arguments.shots)
         self._pictures = 0
+        self._wayland = arguments.wayland
+        self.preview_says = (
+            r"3D preview needs OpenGL 3\.3\."
+            if arguments.without_opengl
+            else r"Drag to rotate, scroll to zoom\."
+        )
         self.server = arguments.server
         self._process = None
         self._program = None
@@ -53,6 +59,11 @@ class Stage:
 
     def close_launcher(self):
         """Asks the window to close, as the cross in a title bar does."""
+        if self._wayland:
+            # A compositor that shows one window, over everything, offers no cross.
+            self._process.terminate()
+            wait_until("the launcher ends", lambda: self._process.poll() is not None)
+            return
         display = Xlib.display.Display()
         window = _launcher_window(display)
         close = [display.intern_atom("WM_DELETE_WINDOW"), 0, 0, 0, 0]

@@ -37,8 +37,10 @@ private_home() {
     mkdir -m 700 "$XDG_RUNTIME_DIR"
 }
 
+# start_weston [<option> ...]: without any it shows nothing.
 start_weston() {
-    weston --backend=headless-backend.so --socket=wayland-test --idle-time=0 >"$work/weston.log" 2>&1 &
+    [ $# -gt 0 ] || set -- --backend=headless-backend.so
+    weston "$@" --socket=wayland-test --idle-time=0 >"$work/weston.log" 2>&1 &
     started+=($!)
     await "a Wayland compositor" [ -S "$XDG_RUNTIME_DIR/wayland-test" ]
 }
