@@ -140,6 +140,7 @@ def change_the_looks(stage):
     click(stage, "check box", "Profile")
     stage.control("label", r"No skin uploaded \(default look\)\.")
     stage.control("label", r"No custom model \(default character\)\.")
+    check("the page is painted", stage.is_painted(stage.control("label", stage.preview_says)))
     stage.photograph("account")
     hands.scroll_down(stage.control("label", stage.preview_says), notches=10)
     appearance.write_skin(stage.files / "skin.png")

@@ -155,6 +155,11 @@ class Stage:
         time.sleep(PAINT_SECONDS)
         return _import(control.box, "rgb:-")
 
+    def is_painted(self, control):
+        """Whether more than one colour is to be seen of it."""
+        pixels = self.pixels(control)
+        return any(pixels[i : i + 3] != pixels[:3] for i in range(0, len(pixels), 3))
+
     def record_failure(self):
         """A picture and every showing control, for the one who has to find out why."""
         if self._process is None or self._process.poll() is not None:
