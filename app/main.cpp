@@ -21,6 +21,13 @@ int main(int argc, char* argv[])
     // Before the application object: the contexts that it shares take their format from here.
     QSurfaceFormat::setDefaultFormat(open_gl::format());
     QApplication application(argc, argv);
+    // Where a window that is shown changes to OpenGL, as the character's preview makes it do, Qt's
+    // Wayland client may lose what it has painted. There it has OpenGL from the start.
+    if (QGuiApplication::platformName().startsWith(QLatin1StringView("wayland")) &&
+        open_gl::isUsable()) {
+        qputenv("QT_WIDGETS_RHI", "1");
+        qputenv("QT_WIDGETS_RHI_BACKEND", "opengl");
+    }
     // These two name the per-user data directory; the settings file has names of its own.
     QCoreApplication::setApplicationName(QStringLiteral("Tessellan Launcher"));
     QCoreApplication::setOrganizationName(QStringLiteral("Tessellan"));
