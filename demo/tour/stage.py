@@ -172,7 +172,8 @@ class Stage:
             print(f"   no picture of the failure: {error}")
 
     def _covered(self):
-        boxes = [window.box for window in self._program.windows()]
+        # None shows for the moment in which one is made anew.
+        boxes = [window.box for window in wait_until("a window shows", self._program.windows)]
         left = min(box[0] for box in boxes)
         top = min(box[1] for box in boxes)
         right = max(box[0] + box[2] for box in boxes)
