@@ -3,6 +3,7 @@
 #include "services/body_hash.h"
 
 #include <QNetworkAccessManager>
+#include <QNetworkProxyFactory>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPointer>
@@ -24,6 +25,15 @@ constexpr qint64 sliceBytes = 4 * 1024 * 1024;
 // A body that becomes longer without announcing it is given all the room that it may take: pages
 // that nobody touches cost nothing, but a body that moves to a larger place is held twice.
 constexpr qint64 roomBytes = 1024 * 1024;
+
+// Through a web proxy the network layer loses what is left of a body when the server closes before
+// all of it is read, and waits for it without end: there nothing may be left to read.
+bool isProxied(const QNetworkReply* reply)
+{
+    const auto proxies = QNetworkProxyFactory::proxyForQuery(QNetworkProxyQuery(reply->url()));
+    return std::ranges::any_of(
+        proxies, [](const QNetworkProxy& proxy) { return proxy.type() != QNetworkProxy::NoProxy; });
+}
 
 // Absent for other protocols than HTTP.
 std::optional<int> statusOf(const QNetworkReply* reply)
@@ -87,7 +97,8 @@ void endLater(QNetworkReply* reply)
 ReplyTaker::ReplyTaker(QNetworkReply* reply, http::Exchange exchange)
     : QObject(reply), m_reply(reply), m_exchange(std::move(exchange))
 {
-    reply->setReadBufferSize(readAheadBytes);
+    if (!isProxied(reply))
+        reply->setReadBufferSize(readAheadBytes);
     connect(reply, &QNetworkReply::metaDataChanged, this, &ReplyTaker::onHead);
     connect(reply, &QNetworkReply::readyRead, this, &ReplyTaker::onData);
     connect(reply, &QNetworkReply::finished, this, &ReplyTaker::onFinished);
@@ -120,10 +131,12 @@ void ReplyTaker::onHead()
 // As it comes: to copy all of it at the end would take too long for one turn of the event loop.
 void ReplyTaker::onData()
 {
-    if (!m_exchange.done || isFull() || m_isFinished)
+    if (!m_exchange.done || m_isFinished)
         return;
     if (!fits(m_reply->bytesAvailable()))
         return refuseLength();
+    if (isFull())
+        return;
     take(std::min(m_reply->bytesAvailable(), sliceBytes));
     if (m_reply->bytesAvailable() > 0 && !isFull())
         QMetaObject::invokeMethod(this, &ReplyTaker::onData, Qt::QueuedConnection);
