@@ -1,6 +1,7 @@
 #include "services/staged_file.h"
 
 #include <QFileInfo>
+#include <QThreadPool>
 
 #include <cerrno>
 
@@ -97,8 +98,12 @@ bool StagedFile::syncDirectory() const
 void StagedFile::discard()
 {
     const bool isNamed = m_named && (!m_file.isOpen() || isStillNamed());
+    // Who closes it last waits until the disk has taken all its room back.
+    const int last = m_file.isOpen() ? fcntl(m_file.handle(), F_DUPFD_CLOEXEC, 0) : -1;
     m_file.close();
     if (isNamed)
         unlink(QFile::encodeName(m_path).constData());
     m_named = false;
+    if (last >= 0)
+        QThreadPool::globalInstance()->start([last] { close(last); });
 }
