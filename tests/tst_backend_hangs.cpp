@@ -214,7 +214,7 @@ void TestBackendHangs::survivesRestartOfDatabase()
         QSKIP("SQLite has no connections");
     QVERIFY(start());
     const QByteArray credentials = R"({"username":"Waiting","password":"correct horse"})";
-    const auto ask = [this, credentials](int number) -> QByteArray {
+    const auto ask = [credentials](int number) -> QByteArray {
         if (number == 0)
             return "GET /manifest.json HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n";
         return post(number == 1 ? "/auth/login" : "/auth/register", {},

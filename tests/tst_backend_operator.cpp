@@ -50,7 +50,7 @@ private:
 
 namespace {
 
-constexpr auto model = R"({"elements":[{"box_uv":true,"from":[0,0,0],"to":[1,1,1]}]})";
+constexpr auto plainModel = R"({"elements":[{"box_uv":true,"from":[0,0,0],"to":[1,1,1]}]})";
 
 long largestChild()
 {
@@ -66,7 +66,7 @@ long largestChild()
 void TestBackendOperator::listsAccountsWithoutHashing()
 {
     const BackendProcess backend;
-    DataDirectory(
+    const DataDirectory made(
         {backend.data(), BackendProcess::isOnPostgres() ? backend.databaseLocation() : QString()});
     QCOMPARE(backend.command({u"list"_s}).exitCode, 0);
     const long usual = largestChild();
@@ -98,8 +98,8 @@ bool TestBackendOperator::dress(const Player& player, QRgb colour) const
     return raw_http::post(port, "/skins/upload", "image/png", png_files::square(64, colour),
                           {bearer})
                    .status == 200 &&
-           raw_http::post(port, "/models/upload", "application/json", model, {bearer}).status ==
-               200;
+           raw_http::post(port, "/models/upload", "application/json", plainModel, {bearer})
+                   .status == 200;
 }
 
 int TestBackendOperator::status(const QByteArray& path, const Player& player) const
@@ -173,7 +173,8 @@ void TestBackendOperator::refusesUploadOfDeletedAccount()
                                                ? m_backend->databaseLocation()
                                                : QString()});
     Appearance appearance(data.database(), data.store(), {});
-    const auto set = appearance.set(allLooks[1], u"00000000-0000-0000-0000-000000000000"_s, model);
+    const auto set =
+        appearance.set(allLooks[1], u"00000000-0000-0000-0000-000000000000"_s, plainModel);
     QVERIFY(!set);
     QCOMPARE(set.refusal().status, 401);
     QCOMPARE(files(), {});

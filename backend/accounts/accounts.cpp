@@ -93,9 +93,11 @@ Outcome<Session> Accounts::registerAccount(const QString& name, const QString& p
     // Its owner may have given it up in between: only now can nobody do so any more.
     if (const auto refusal = refusalOfTaking(key, account.uuid))
         return *refusal;
-    const Session session = *startSession(account);
+    const auto session = startSession(account);
+    if (!session)
+        throw Fault(u"an account is gone within its transaction"_s);
     transaction.commit();
-    return session;
+    return *session;
 }
 
 Outcome<Session> Accounts::login(const QString& name, const QString& password)
